@@ -1,0 +1,52 @@
+#pragma once
+
+#include <EGL/egl.h>
+
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+#include <utility>
+
+#include "ctrl/GameConfig.h"
+
+namespace velour::core {
+
+class RenderContext;
+class DeferredExecutor;
+
+enum RuntimeMode : unsigned {
+    MODE_DEFERRED = 0,
+    MODE_IMMEDIATE = 1,
+    MODE_DEFERRED_INLINE = 2,
+    MODE_HOOKS_ONLY = 3,
+    MODE_INTERFACE_LOG = 4,
+};
+
+// The layer's one process-wide record.
+struct Context {
+    struct Entry {
+        std::unique_ptr<RenderContext> renderContext;
+        bool current = false;
+    };
+
+    Context();
+    ~Context();
+
+    std::mutex renderContextMutex;
+    std::unordered_map<EGLContext, Entry> renderContexts;
+    bool replayProcess = false;
+    bool eglSyncManaged = true;
+    GameConfig gameConfig{};
+};
+
+extern Context context;
+
+// What a thread has bound: both unowned, both null on a new thread.
+struct ThreadGlobals {
+    RenderContext* renderContext;
+    DeferredExecutor* executor;
+};
+
+extern thread_local ThreadGlobals tlglobals;
+
+}  // namespace velour::core

@@ -1,0 +1,1 @@
+target_sources(velour_static PRIVATE)
