@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstring>
 #include <fstream>
+#include <mutex>
 #include <sstream>
 
 #include "ctrl/HearthAsyncService.h"

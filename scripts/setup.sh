@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Installs every Debian package that the build and the tests need. Safe to run
+# again: it installs only what is missing.
+set -euo pipefail
+
+packages=(
+  build-essential cmake ninja-build python3 pkg-config
+  khronos-api libegl-dev libgles-dev libgl-dev
+  android-liblog-dev picojson-dev
+  libgtest-dev libgmock-dev libbenchmark-dev
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+sudo=""
+[ "$(id -u)" -eq 0 ] || sudo="sudo"
+echo "setup: installing ${missing[*]}"
+$sudo apt-get update -qq
+DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"

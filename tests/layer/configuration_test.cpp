@@ -1,0 +1,183 @@
+// How the settings file, the properties and the game service decide what the
+// layer does in a process.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "TestSysroot.h"
+#include "ctrl/HearthAsyncService.h"
+#include "ctrl/PropertyConfig.h"
+#include "ctrl/ctrl.h"
+#include "platform/properties.h"
+#include "velour/utils/base64.h"
+
+using namespace velour;
+
+namespace velour::test {
+extern TestSysroot* g_sysroot;
+}
+
+namespace {
+
+const char INI[] = "/odm/etc/tesselfx/velour.ini";
+const char DAT[] = "/odm/etc/tesselfx/velour.dat";
+
+struct ScriptedService : ctrl::GameService {
+    int supported = 1;
+    int registrations = 0;
+    int rusFetches = 0;
+    void getHearthVersion() override {}
+    void registerTesselCallback() override { ++registrations; }
+    int getVelourSupported(const char*) override { return supported; }
+    std::string getRusFile(const char*) override {
+        ++rusFetches;
+        return "data";
+    }
+    std::string get4DRusFile(const char*) override { return {}; }
+    bool get4DSupport(const char*) override { return false; }
+    void sendWeaponToDova(const char*) override {}
+};
+
+class Settings : public ::testing::Test {
+protected:
+    void SetUp() override { ctrl::setGameServiceForTesting(&service); }
+    void TearDown() override {
+        ctrl::setGameServiceForTesting(nullptr);
+        __system_property_set("vendor.nimbo.orlo.mode", "");
+        test::g_sysroot->write(INI, "");
+        test::g_sysroot->write(DAT, "");
+    }
+    GameConfig lookUp(const std::string& ini, const char* name) {
+        test::g_sysroot->write(INI, ini);
+        ctrl::PropertyConfig config;
+        return config.getGameConfig(name);
+    }
+    ScriptedService service;
+};
+
+const char BASIC[] =
+    "; device settings\n"
+    "[com.example.game]\n"
+    "game=0\n"
+    "runtime_mode=2\n"
+    "enabled=1\n"
+    "[com.example.game.second]\n"
+    "game=0\n"
+    "runtime_mode=1\n"
+    "enabled=1\n";
+
+TEST_F(Settings, SectionIsFoundByPrefixIgnoringCaseAndFirstWins) {
+    GameConfig config = lookUp(BASIC, "COM.example");
+    EXPECT_TRUE(config.enabled);
+    EXPECT_EQ(config.runtimeMode, 2u);
+    EXPECT_STREQ(config.processName, "COM.example");
+
+    config = lookUp(BASIC, "com.example.game.second");
+    EXPECT_EQ(config.runtimeMode, 1u);
+
+    config = lookUp(BASIC, "com.other");
+    EXPECT_FALSE(config.enabled);
+    EXPECT_EQ(service.registrations, 2) << "an unknown process asks the service nothing";
+}
+
+TEST_F(Settings, MissingKeysStopTheLookUpWithTheLayerOff) {
+    EXPECT_FALSE(lookUp("[p]\ngame=0\nenabled=1\n", "p").enabled) << "no runtime_mode";
+    EXPECT_FALSE(lookUp("[p]\nruntime_mode=0\nenabled=1\n", "p").enabled) << "no game";
+    GameConfig config = lookUp("[p]\ngame=0\nruntime_mode=1\nfallback=3\n", "p");
+    EXPECT_FALSE(config.enabled) << "no enabled key";
+    EXPECT_EQ(config.fallback, 3);
+    config = lookUp(
+        "[p]\ngame=0\nruntime_mode=1\nenabled=0\ndisable_any_samples_passed=1\n"
+        "disable_egl_time_stamps=7\n",
+        "p");
+    EXPECT_FALSE(config.enabled);
+    EXPECT_TRUE(config.disableAnySamplesPassed);
+    EXPECT_TRUE(config.disableEglTimeStamps);
+    // Keys compare over their own length, so a longer key name still matches.
+    EXPECT_TRUE(lookUp("[p]\ngamex=0\nruntime_mode=1\nENABLED=1\n", "p").enabled);
+}
+
+TEST_F(Settings, ModePropertyOverridesOnlyWithAValidMode) {
+    __system_property_set("vendor.nimbo.orlo.mode", "9");
+    EXPECT_EQ(lookUp(BASIC, "com.example.game").runtimeMode, 2u);
+    __system_property_set("vendor.nimbo.orlo.mode", "3");
+    EXPECT_EQ(lookUp(BASIC, "com.example.game").runtimeMode, 3u);
+    __system_property_set("vendor.nimbo.orlo.mode", "03");
+    EXPECT_EQ(lookUp(BASIC, "com.example.game").runtimeMode, 2u);
+}
+
+TEST_F(Settings, KnownGameOffMediaTekRunsHooksOnly) {
+    // This host reports no MediaTek hardware, so a known game cannot defer.
+    GameConfig config = lookUp("[g]\ngame=2\nruntime_mode=0\nenabled=1\n", "g");
+    EXPECT_EQ(config.game, 2);
+    EXPECT_EQ(config.runtimeMode, 3u);
+}
+
+TEST_F(Settings, ServiceAnswersDecide) {
+    service.supported = 0;
+    GameConfig config = lookUp(BASIC, "com.example.game");
+    EXPECT_TRUE(config.enabled);
+    EXPECT_EQ(config.runtimeMode, 3u);
+    EXPECT_EQ(service.rusFetches, 1);
+
+    for (int answer : {2, 4}) {
+        service.supported = answer;
+        service.registrations = 0;
+        config = lookUp(BASIC, "com.example.game");
+        EXPECT_FALSE(config.enabled) << answer;
+        EXPECT_EQ(service.registrations, 1) << "the callback is registered all the same";
+    }
+    EXPECT_EQ(service.rusFetches, 1);
+}
+
+TEST_F(Settings, UnreachableServiceLeavesTheFileToDecide) {
+    ctrl::setGameServiceForTesting(nullptr);
+    GameConfig config = lookUp(BASIC, "com.example.game");
+    EXPECT_TRUE(config.enabled);
+    EXPECT_EQ(config.runtimeMode, 2u);
+}
+
+TEST_F(Settings, WrappedFileWinsAndABrokenOneFallsBackToThePlainFile) {
+    test::g_sysroot->write(DAT, utils::wrapDat("[wrapped]\ngame=0\nruntime_mode=4\nenabled=1\n"));
+    GameConfig config = lookUp(BASIC, "wrapped");
+    EXPECT_TRUE(config.enabled);
+    EXPECT_EQ(config.runtimeMode, 4u);
+    EXPECT_FALSE(lookUp(BASIC, "com.example.game").enabled);
+
+    test::g_sysroot->write(DAT, "this is not base64 at all!");
+    EXPECT_TRUE(lookUp(BASIC, "com.example.game").enabled);
+}
+
+TEST_F(Settings, BadNumberThrows) {
+    // At start-up nothing catches this: the process ends, as a device with a
+    // broken settings file should not run the layer half-configured.
+    EXPECT_THROW(lookUp("[p]\ngame=x\nruntime_mode=1\nenabled=1\n", "p"), std::invalid_argument);
+}
+
+TEST_F(Settings, EffectPropertiesRoundTripThroughThePoll) {
+    test::g_sysroot->write(INI, BASIC);
+    ctrl::PropertyConfig config;
+    config.setRenderMode(1);
+    config.setEffectPass(5);
+    usleep(550 * 1000);
+    EXPECT_EQ(config.getRenderMode(), 0u) << "right reads back as left";
+    EXPECT_EQ(config.getEffectPass(), 5u);
+    config.setRenderMode(7);
+    config.setEffectPass(6);
+    usleep(550 * 1000);
+    EXPECT_EQ(config.getRenderMode(), 2u);
+    EXPECT_EQ(config.getEffectPass(), 6u);
+    config.setEffect("hdr");
+    EXPECT_EQ(config.getEffect(), "hdr");
+    char value[PROP_VALUE_MAX];
+    __system_property_get("vendor.nimbo.tessel.effect", value);
+    EXPECT_STREQ(value, "hdr");
+}
+
+TEST(Paths, DataFilesLieUnderTheSettingsFolder) {
+    EXPECT_EQ(ctrl::getGameDataFile("pubg"), "/odm/etc/tesselfx/defaultEncryptedData/pubg.dat");
+    EXPECT_EQ(ctrl::getDefaultGameDataFile("cf"), ctrl::getGameDataFile("cf"));
+    EXPECT_EQ(ctrl::getDefaultFilterConfig(), "/odm/etc/tesselfx/defaultFilterConfig.dat");
+    EXPECT_EQ(ctrl::getUpdatedFilterConfig(), "/odm/etc/tesselfx/updatedFilterConfig.dat");
+}
+
+}  // namespace

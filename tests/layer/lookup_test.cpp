@@ -1,0 +1,167 @@
+// What the layer hands out for a name, by runtime mode, over the fake driver.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "core/context.h"
+#include "core/main.h"
+#include "fake_driver.h"
+#include "gles/lookup.h"
+#include "velour/entry_points.h"
+
+using namespace velour;
+
+namespace {
+
+void* next() { return reinterpret_cast<void*>(0x1234); }
+
+template <typename F>
+void* address(F* function) {
+    return reinterpret_cast<void*>(function);
+}
+
+class Lookup : public ::testing::Test {
+protected:
+    void SetUp() override {
+        fake::reset();
+        drv::initRealGL(nullptr, fake::getNextProc);
+        gles::initFunctionTable();
+        saved = core::context.gameConfig;
+        core::context.gameConfig.enabled = true;
+        core::context.replayProcess = false;
+    }
+    void TearDown() override {
+        core::context.gameConfig = saved;
+        fake::reset();
+        drv::initRealGL(nullptr, fake::getNextProc);
+        gles::initFunctionTable();
+    }
+    void mode(unsigned m) { core::context.gameConfig.runtimeMode = m; }
+    GameConfig saved;
+};
+
+TEST_F(Lookup, TablesAreFilledInOrderAndCopied) {
+    fake::reset();
+    drv::initRealGL(nullptr, fake::getNextProc);
+    EXPECT_EQ(fake::lookupCount(), ENTRY_POINT_COUNT);
+    gles::initFunctionTable();
+    EXPECT_EQ(reinterpret_cast<void*>(drv::glClear), fake::address("glClear"));
+    EXPECT_EQ(reinterpret_cast<void*>(drv::eglGetPlatformDisplayEXT),
+              fake::address("eglGetPlatformDisplayEXT"));
+    for (auto& entry : gles::entryPoints) {
+        bool known = false;
+        void* slot = gles::hijackSlot(entry.name, &known);
+        ASSERT_TRUE(known) << entry.name;
+        ASSERT_EQ(slot, fake::address(entry.name)) << entry.name;
+    }
+}
+
+TEST_F(Lookup, EveryNameHasItsOwnWrapperAndCompareIsExact) {
+    EXPECT_EQ(gles::eglGPA("glClear"), address(&gl_deferred_glClear));
+    EXPECT_EQ(gles::eglGPA("eglWaitSyncKHR"), address(&gl_deferred_eglWaitSyncKHR));
+    EXPECT_EQ(gles::eglGPA("glclear"), nullptr);
+    EXPECT_EQ(gles::eglGPA("glClear "), nullptr);
+    EXPECT_EQ(gles::eglGPA("glClearX"), nullptr);
+    EXPECT_EQ(gles::eglGPA(""), nullptr);
+    std::set<void*> wrappers;
+    for (auto& entry : gles::entryPoints) {
+        void* wrapper = gles::eglGPA(entry.name);
+        ASSERT_NE(wrapper, nullptr) << entry.name;
+        wrappers.insert(wrapper);
+    }
+    EXPECT_EQ(wrappers.size(), ENTRY_POINT_COUNT);
+}
+
+TEST_F(Lookup, EglSetDependsOnMode) {
+    const char* hooksSet[] = {"eglCreateContext", "eglDestroyContext",
+                              "eglMakeCurrent",   "eglSwapBuffers",
+                              "eglSwapBuffersWithDamageKHR", "eglSwapBuffersWithDamageEXT"};
+    for (unsigned m : {3u, 4u}) {
+        mode(m);
+        for (const char* name : hooksSet) EXPECT_NE(gles::getEglProcAddress(name), nullptr) << name;
+        EXPECT_EQ(gles::getEglProcAddress("eglGetCurrentContext"), nullptr);
+        EXPECT_EQ(gles::getEglProcAddress("eglGetCurrentSurface"), nullptr);
+        EXPECT_EQ(gles::getEglProcAddress("eglInitialize"), nullptr);
+    }
+    for (unsigned m : {0u, 1u, 2u}) {
+        mode(m);
+        for (const char* name : hooksSet) EXPECT_NE(gles::getEglProcAddress(name), nullptr) << name;
+        EXPECT_NE(gles::getEglProcAddress("eglGetCurrentContext"), nullptr);
+        EXPECT_NE(gles::getEglProcAddress("eglGetCurrentSurface"), nullptr);
+        EXPECT_EQ(gles::getEglProcAddress("eglInitialize"), nullptr);
+        EXPECT_EQ(gles::getGlProcAddress("glDrawArrays"), nullptr);
+    }
+}
+
+TEST_F(Lookup, HooksOnlyModeHandsOutSlotsAndDrawThunks) {
+    mode(3);
+    EXPECT_EQ(velourGetProcAddress("glClear", next()), fake::address("glClear"));
+    EXPECT_EQ(velourGetProcAddress("glclear", next()), next());
+
+    void* draw = velourGetProcAddress("glDrawArrays", next());
+    ASSERT_NE(draw, nullptr);
+    EXPECT_NE(draw, fake::address("glDrawArrays"));
+    EXPECT_NE(draw, address(&gl_deferred_glDrawArrays));
+
+    // The thunk reads the slot at each call: a slot changed after the look-up
+    // still takes effect.
+    auto thunk = reinterpret_cast<void (*)(GLenum, GLint, GLsizei)>(draw);
+    thunk(4, 0, 3);
+    ASSERT_EQ(fake::callsOf("glDrawArrays").size(), 1u);
+    hijack::glDrawArrays = reinterpret_cast<fn::glDrawArrays>(fake::address("glDrawElements"));
+    thunk(4, 0, 3);
+    EXPECT_EQ(fake::callsOf("glDrawArrays").size(), 1u);
+    EXPECT_EQ(fake::callsOf("glDrawElements").size(), 1u);
+    for (const char* name :
+         {"glDrawBuffers", "glDrawElements", "glDrawElementsInstanced", "glDrawRangeElements"}) {
+        void* fn = velourGetProcAddress(name, next());
+        EXPECT_NE(fn, fake::address(name)) << name;
+        EXPECT_NE(fn, nullptr) << name;
+    }
+}
+
+TEST_F(Lookup, WrappersInOtherModesEndInTheHijackSlot) {
+    for (unsigned m : {0u, 1u, 2u, 4u}) {
+        mode(m);
+        EXPECT_EQ(velourGetProcAddress("glClear", next()), address(&gl_deferred_glClear));
+        EXPECT_EQ(velourGetProcAddress("glDrawArrays", next()), address(&gl_deferred_glDrawArrays));
+        EXPECT_EQ(velourGetProcAddress("notAGLName", next()), next());
+    }
+    // No thread here has an executor, so the wrapper calls straight through.
+    mode(4);
+    gl_deferred_glClear(0x4000);
+    auto calls = fake::callsOf("glClear");
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_EQ(calls[0].args[0].bits, 0x4000u);
+    // Floats travel unchanged.
+    gl_deferred_glClearColor(0.25f, 0.5f, 0.75f, 1.0f);
+    auto colour = fake::callsOf("glClearColor");
+    ASSERT_EQ(colour.size(), 1u);
+    EXPECT_EQ(colour[0].args[2].real, 0.75);
+}
+
+TEST_F(Lookup, DisabledProcessGetsEverythingBack) {
+    core::context.gameConfig.enabled = false;
+    for (unsigned m : {0u, 3u, 4u}) {
+        mode(m);
+        EXPECT_EQ(velourGetProcAddress("glClear", next()), next());
+        EXPECT_EQ(velourGetProcAddress("eglMakeCurrent", next()), next());
+        EXPECT_EQ(velourGetProcAddress("unknownName", nullptr), nullptr);
+    }
+}
+
+TEST_F(Lookup, MissingDriverEntryLeavesNullSlotsButTheWrapperStays) {
+    fake::setMissing("glTexPageCommitmentEXT", true);
+    drv::initRealGL(nullptr, fake::getNextProc);
+    gles::initFunctionTable();
+    EXPECT_EQ(drv::glTexPageCommitmentEXT, nullptr);
+    EXPECT_EQ(hijack::glTexPageCommitmentEXT, nullptr);
+    mode(0);
+    EXPECT_EQ(velourGetProcAddress("glTexPageCommitmentEXT", next()),
+              address(&gl_deferred_glTexPageCommitmentEXT));
+    mode(3);
+    EXPECT_EQ(velourGetProcAddress("glTexPageCommitmentEXT", next()), nullptr);
+}
+
+}  // namespace
