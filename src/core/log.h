@@ -23,14 +23,13 @@ extern bool g_printSourceLocation;
 void log(const char* file, int line, const char* function, int severity, const char* format, ...)
     __attribute__((format(printf, 5, 6)));
 
-[[noreturn]] void rip(const char* file, int line, const char* function,
-                      const std::string& message);
+[[noreturn]] void rip(const char* file, int line, const char* function, const std::string& message);
 
 }  // namespace velour::core
 
-#define VELOUR_LOG(severity, ...)                                                        \
-    do {                                                                                 \
-        if (::velour::core::g_enabledLogSeverity >= (severity))                          \
+#define VELOUR_LOG(severity, ...)                                                       \
+    do {                                                                                \
+        if (::velour::core::g_enabledLogSeverity >= (severity))                         \
             ::velour::core::log(__FILE__, __LINE__, __func__, (severity), __VA_ARGS__); \
     } while (0)
 

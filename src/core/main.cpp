@@ -51,8 +51,8 @@ void logBanner() {
         "       Interception : %s\n"
         "       Runtime Mode : %s\n\n"
         "======================================================================\n\n",
-        __DATE__, __TIME__, "Release", config.processName,
-        config.enabled ? "enabled" : "disabled", mode.c_str());
+        __DATE__, __TIME__, "Release", config.processName, config.enabled ? "enabled" : "disabled",
+        mode.c_str());
 }
 
 }  // namespace

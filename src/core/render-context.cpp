@@ -58,7 +58,8 @@ void registerTriggers() {
     std::string path;
     for (const char* folder : folders) {
         path = std::string(folder) + "/" + TESSEL_LIBRARY;
-        handle = dlopen(platform::devicePath(path).c_str(), 0);
+        // RTLD_NOW is 0 on 32-bit bionic; glibc refuses a bare 0.
+        handle = dlopen(platform::devicePath(path).c_str(), RTLD_NOW);
         if (handle) break;
     }
     if (!handle) {

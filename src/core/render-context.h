@@ -8,7 +8,7 @@ namespace velour::core {
 
 // The layer's shadow of one EGL context that the game created.
 class RenderContext {
-public:
+  public:
     struct CreationParameters {
         EGLDisplay display;
         EGLContext context;

@@ -64,6 +64,8 @@ GameService& gameService() {
     return service;
 }
 
-void setGameServiceForTesting(GameService* service) { g_testService = service; }
+void setGameServiceForTesting(GameService* service) {
+    g_testService = service;
+}
 
 }  // namespace velour::ctrl

@@ -7,7 +7,7 @@ namespace velour::ctrl {
 // The game service daemon's operations, as the layer uses them. Each answers
 // its documented failure value when the service cannot be reached.
 class GameService {
-public:
+  public:
     virtual ~GameService() = default;
     virtual void getHearthVersion() = 0;
     virtual void registerTesselCallback() = 0;
@@ -23,7 +23,7 @@ public:
 // the service, so every operation takes its unreachable branch: it logs and
 // gives its failure value, and the configuration file decides.
 class HearthAsyncService : public GameService {
-public:
+  public:
     HearthAsyncService();
     void getHearthVersion() override;
     void registerTesselCallback() override;
@@ -33,7 +33,7 @@ public:
     bool get4DSupport(const char* package) override;
     void sendWeaponToDova(const char* weapon) override;
 
-private:
+  private:
     // 0 when the service is at hand, -1 when it cannot be found.
     int getHrthService();
 };

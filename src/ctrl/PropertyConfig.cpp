@@ -57,7 +57,9 @@ unsigned parseRenderMode(const std::string& text) {
     return 2;
 }
 
-unsigned parseEffectPass(const std::string& text) { return text == "end" ? 6 : 5; }
+unsigned parseEffectPass(const std::string& text) {
+    return text == "end" ? 6 : 5;
+}
 
 // The first property of the section whose name agrees with the key over the
 // key's length, ignoring case; null when there is none.
@@ -86,7 +88,9 @@ PropertyConfig::PropertyState::PropertyState(std::string name,
                                              unsigned (*parse)(const std::string&))
     : name(std::move(name)), parse(parse), value(parse({})) {}
 
-void PropertyConfig::PropertyState::update() { value = parse(getProperty(name.c_str())); }
+void PropertyConfig::PropertyState::update() {
+    value = parse(getProperty(name.c_str()));
+}
 
 void PropertyConfig::PropertyState::setValue(const std::string& text) {
     __system_property_set(name.c_str(), text.c_str());
@@ -139,7 +143,9 @@ void PropertyConfig::poll() {
     effectPass.update();
 }
 
-void PropertyConfig::update() { poll(); }
+void PropertyConfig::update() {
+    poll();
+}
 
 std::string PropertyConfig::getEffect() {
     poll();
@@ -152,7 +158,9 @@ void PropertyConfig::setEffect(const std::string& name) {
     effect = name;
 }
 
-void PropertyConfig::setEffectFromHearth(const std::string& name) { effect = name; }
+void PropertyConfig::setEffectFromHearth(const std::string& name) {
+    effect = name;
+}
 
 unsigned PropertyConfig::getRenderMode() {
     poll();
@@ -242,7 +250,9 @@ GameConfig PropertyConfig::getGameConfig(const char* name) {
     return config;
 }
 
-void PropertyConfig::sendWeaponNameToDova(const char* name) { gameService().sendWeaponToDova(name); }
+void PropertyConfig::sendWeaponNameToDova(const char* name) {
+    gameService().sendWeaponToDova(name);
+}
 
 std::string configurationName(const std::string& processName, bool includeReplayTool) {
     bool tool = includeReplayTool && processName == REPLAY_PACKAGE;
@@ -260,25 +270,43 @@ GameConfig getGameConfig() {
     return config.getGameConfig(name.c_str());
 }
 
-bool get4DSupportFlag() { return PropertyConfig::getInstance().get4DSupport(); }
-bool get4DSwitchFlag() { return PropertyConfig::getInstance().get4DSwitch(); }
-std::string getCurrentEffect() { return PropertyConfig::getInstance().getEffect(); }
-std::string getCurrentRusData() { return PropertyConfig::getInstance().getRusData(); }
-std::string getCurrent4DRusData() { return PropertyConfig::getInstance().get4DRusData(); }
+bool get4DSupportFlag() {
+    return PropertyConfig::getInstance().get4DSupport();
+}
+bool get4DSwitchFlag() {
+    return PropertyConfig::getInstance().get4DSwitch();
+}
+std::string getCurrentEffect() {
+    return PropertyConfig::getInstance().getEffect();
+}
+std::string getCurrentRusData() {
+    return PropertyConfig::getInstance().getRusData();
+}
+std::string getCurrent4DRusData() {
+    return PropertyConfig::getInstance().get4DRusData();
+}
 
 void setGamePlayDetected(bool) {
     // Reserved notification: only the process name is read, nothing follows.
     utils::getProcessName();
 }
 
-void sendWeaponToDova(const char* name) { PropertyConfig::getInstance().sendWeaponNameToDova(name); }
+void sendWeaponToDova(const char* name) {
+    PropertyConfig::getInstance().sendWeaponNameToDova(name);
+}
 
-std::string getDefaultFilterConfig() { return "/odm/etc/tesselfx/defaultFilterConfig.dat"; }
-std::string getUpdatedFilterConfig() { return "/odm/etc/tesselfx/updatedFilterConfig.dat"; }
+std::string getDefaultFilterConfig() {
+    return "/odm/etc/tesselfx/defaultFilterConfig.dat";
+}
+std::string getUpdatedFilterConfig() {
+    return "/odm/etc/tesselfx/updatedFilterConfig.dat";
+}
 std::string getGameDataFile(const std::string& name) {
     return std::string(DATA_FOLDER) + "defaultEncryptedData/" + name + ".dat";
 }
-std::string getDefaultGameDataFile(const std::string& name) { return getGameDataFile(name); }
+std::string getDefaultGameDataFile(const std::string& name) {
+    return getGameDataFile(name);
+}
 
 }  // namespace velour::ctrl
 

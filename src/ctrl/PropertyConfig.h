@@ -14,18 +14,18 @@ namespace velour::ctrl {
 // What this process is, what the game service said of it, and which effect is
 // wanted now.
 class PropertyConfig {
-public:
+  public:
     enum Platform : unsigned { MEDIATEK = 0, QUALCOMM = 1, OTHER = 2 };
 
     // A system property polled at most twice a second and kept parsed.
     class PropertyState {
-    public:
+      public:
         PropertyState(std::string name, unsigned (*parse)(const std::string&));
         void update();
         unsigned getValue() const { return value; }
         void setValue(const std::string& text);
 
-    private:
+      private:
         std::string name;
         unsigned (*parse)(const std::string&);
         unsigned value;
@@ -59,7 +59,7 @@ public:
 
     const ini_t* settings() const { return ini; }
 
-private:
+  private:
     void poll();
 
     unsigned platform;

@@ -17,6 +17,8 @@ bool GameGLHooks::registerGlobalTriggers() {
     return false;
 }
 
-void* getGameUnsupportedFunction(char const*) { return nullptr; }
+void* getGameUnsupportedFunction(char const*) {
+    return nullptr;
+}
 
 }  // namespace velour::games

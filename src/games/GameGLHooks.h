@@ -5,7 +5,7 @@ namespace velour::games {
 // The base of the per-game hooks. Until the game classes exist, only the
 // start-up selection and the safety-stub look-up stand here.
 class GameGLHooks {
-public:
+  public:
     // Selects the configured game and installs its thunks; false for a game
     // this build has no hooks for.
     static bool registerGlobalTriggers();

@@ -38,7 +38,7 @@ struct ScriptedService : ctrl::GameService {
 };
 
 class Settings : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { ctrl::setGameServiceForTesting(&service); }
     void TearDown() override {
         ctrl::setGameServiceForTesting(nullptr);

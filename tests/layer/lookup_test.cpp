@@ -1,4 +1,6 @@
 // What the layer hands out for a name, by runtime mode, over the fake driver.
+#include "gles/lookup.h"
+
 #include <gtest/gtest.h>
 
 #include <set>
@@ -7,14 +9,15 @@
 #include "core/context.h"
 #include "core/main.h"
 #include "fake_driver.h"
-#include "gles/lookup.h"
 #include "velour/entry_points.h"
 
 using namespace velour;
 
 namespace {
 
-void* next() { return reinterpret_cast<void*>(0x1234); }
+void* next() {
+    return reinterpret_cast<void*>(0x1234);
+}
 
 template <typename F>
 void* address(F* function) {
@@ -22,7 +25,7 @@ void* address(F* function) {
 }
 
 class Lookup : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         fake::reset();
         drv::initRealGL(nullptr, fake::getNextProc);
@@ -74,9 +77,9 @@ TEST_F(Lookup, EveryNameHasItsOwnWrapperAndCompareIsExact) {
 }
 
 TEST_F(Lookup, EglSetDependsOnMode) {
-    const char* hooksSet[] = {"eglCreateContext", "eglDestroyContext",
-                              "eglMakeCurrent",   "eglSwapBuffers",
-                              "eglSwapBuffersWithDamageKHR", "eglSwapBuffersWithDamageEXT"};
+    const char* hooksSet[] = {
+        "eglCreateContext", "eglDestroyContext",           "eglMakeCurrent",
+        "eglSwapBuffers",   "eglSwapBuffersWithDamageKHR", "eglSwapBuffersWithDamageEXT"};
     for (unsigned m : {3u, 4u}) {
         mode(m);
         for (const char* name : hooksSet) EXPECT_NE(gles::getEglProcAddress(name), nullptr) << name;

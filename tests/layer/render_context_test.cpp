@@ -14,11 +14,15 @@ namespace deferred = core::egl::deferred;
 
 namespace {
 
-EGLDisplay display() { return reinterpret_cast<EGLDisplay>(0x10); }
-EGLSurface surface(uintptr_t n) { return reinterpret_cast<EGLSurface>(n); }
+EGLDisplay display() {
+    return reinterpret_cast<EGLDisplay>(0x10);
+}
+EGLSurface surface(uintptr_t n) {
+    return reinterpret_cast<EGLSurface>(n);
+}
 
 class RenderContexts : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         fake::reset();
         drv::initRealGL(nullptr, fake::getNextProc);

@@ -29,10 +29,14 @@ const char INI[] =
 struct Probe {
     TestSysroot sysroot{false};
 
-    Probe() { sysroot.write("/odm/etc/tesselfx/velour.ini", INI); }
+    Probe() {
+        sysroot.write("/odm/etc/tesselfx/velour.ini", INI);
+        sysroot.write("/data/local/tmp/orlo/.keep", "");
+    }
 
     void setProperty(const std::string& name, const std::string& value) {
-        RunResult r = velour::test::run(VELOUR_PROP_PATH, {"--store", sysroot.store(), "set", name, value});
+        RunResult r =
+            velour::test::run(VELOUR_PROP_PATH, {"--store", sysroot.store(), "set", name, value});
         ASSERT_EQ(r.status, 0) << r.err;
     }
 
@@ -130,6 +134,23 @@ TEST(StartUp, KnownGameDefersOnlyOnMediaTek) {
     mediatek.setProperty("ro.boot.hardware", "mt6789");
     r = mediatek.run("com.velour.known", {"glClear"});
     EXPECT_TRUE(has(r.out, "release tag: 1\n")) << r.out;
+}
+
+TEST(StartUp, EffectLibraryIsSearchedInOrder) {
+    Probe probe;
+    std::ifstream stub(VELOUR_TESSEL_STUB_PATH, std::ios::binary);
+    std::stringstream bytes;
+    bytes << stub.rdbuf();
+    probe.sysroot.write("/system/lib/libtessel.so", bytes.str());
+
+    RunResult r = probe.run("com.velour.probe", {"glClear"});
+    EXPECT_TRUE(has(r.err, "ORLO library loaded from /system/lib/libtessel.so")) << r.err;
+    EXPECT_TRUE(has(r.err, "Unsupported game. Game triggers disabled.")) << "game 0 has no hooks";
+    EXPECT_TRUE(has(r.out, "glClear -> wrapper\n")) << r.out;
+
+    probe.sysroot.write("/odm/lib/libtessel.so", bytes.str());
+    r = probe.run("com.velour.probe", {"glClear"});
+    EXPECT_TRUE(has(r.err, "ORLO library loaded from /odm/lib/libtessel.so")) << r.err;
 }
 
 TEST(StartUp, CaptureToolsRunUnderTheGamesName) {

@@ -36,7 +36,9 @@ TestSysroot::TestSysroot(bool bind) {
     char pattern[] = "/tmp/velour-test-XXXXXX";
     if (!mkdtemp(pattern)) throw std::runtime_error("mkdtemp failed");
     path = pattern;
-    makeFolders(path + "/dev");
+    // The folders a device has from the start.
+    for (const char* folder : {"/dev", "/sdcard", "/data/local/tmp", "/odm/etc/tesselfx"})
+        makeFolders(path + folder);
     if (bind) {
         setenv("VELOUR_SYSROOT", path.c_str(), 1);
         setenv("VELOUR_PROPERTY_STORE", store().c_str(), 1);

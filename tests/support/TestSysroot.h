@@ -8,7 +8,7 @@ namespace velour::test {
 // A fresh folder standing for the device's file system, with its own
 // property store. Call before anything reads a property or a device path.
 class TestSysroot {
-public:
+  public:
     // With bind false the folder is made but this process keeps its own
     // environment: for folders handed to child processes.
     explicit TestSysroot(bool bind = true);
@@ -19,7 +19,7 @@ public:
     // Writes a file under the sysroot, creating its folders.
     void write(const std::string& devicePath, const std::string& text) const;
 
-private:
+  private:
     std::string path;
 };
 
