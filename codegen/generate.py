@@ -143,16 +143,141 @@ def gen_tables(entries):
     return '\n'.join(out) + '\n'
 
 
+# Calls whose wrappers hand over to a hand-written handler entry (name pools
+# and fences); the class lists put glWaitSync and eglWaitSyncKHR in class 1,
+# but their handles need the fence manager's translation too.
+HANDLED = {'glGenBuffers', 'glGenTextures', 'glGenFramebuffers', 'glFenceSync',
+           'glClientWaitSync', 'glWaitSync', 'glIsSync', 'glDeleteSync', 'glGetSynciv',
+           'eglCreateSyncKHR', 'eglDestroySyncKHR', 'eglClientWaitSyncKHR', 'eglWaitSyncKHR'}
+
+# glGetProgramiv answers these on the game's thread, with no drain.
+IMMEDIATE_PNAMES = {'glGetProgramiv': ('pname', [35714, 34625])}
+
+
+def path_of(e):
+    """How the wrapper handles the call: handled, immediate, record, copy or sync."""
+    if e.name in HANDLED:
+        return 'handled'
+    if e.cls == 5:
+        return 'immediate'
+    if e.cls == 1:
+        return 'record'
+    if e.cls == 2:
+        return 'copy'
+    if e.cls == 4 and e.copy != '-' and not e.copy.startswith('pixels:'):
+        return 'copy'
+    # Class 3, and the handler calls whose handlers are not there yet: record,
+    # wait, and let the worker write straight into the game's memory.
+    return 'sync'
+
+
+def copy_expression(rule, params):
+    """The expression that copies a pointer argument into frame data."""
+    kind, *fields = rule.split(':')
+    pointer = fields[-1]
+    names = {p.name for p in params}
+    for field in fields:
+        if not field.isdigit() and field not in names:
+            raise SystemExit(f'copy rule {rule}: no parameter {field}')
+    ctype = next(p.ctype for p in params if p.name == pointer)
+    pool = '*executor_->frameData'
+    if kind == 'mul':
+        count, size = fields[0], fields[1]
+        value = f'core::copyArray({pool}, {pointer}, {count}, {size})'
+    elif kind == 'fixed':
+        value = f'core::copyFixed({pool}, {pointer}, {fields[0]})'
+    elif kind == 'size':
+        value = f'core::copySized({pool}, {pointer}, {fields[0]})'
+    elif kind == 'str':
+        value = f'core::copyString({pool}, {pointer}, -1)'
+    elif kind == 'strn':
+        value = f'core::copyString({pool}, {pointer}, {fields[0]})'
+    elif kind == 'texparam':
+        value = f'core::copyTexParameter({pool}, {pointer}, {fields[0]})'
+    elif kind == 'pnamecount':
+        value = f'core::copyArray({pool}, {pointer}, {fields[0]}, 4)'
+    elif kind == 'clearbuf':
+        value = f'core::copyClearValue({pool}, {pointer}, {fields[0]})'
+    else:
+        raise SystemExit(f'unknown copy rule {rule}')
+    return pointer, f'core::asPointer<{ctype}>({value})'
+
+
 def gen_wrappers(entries):
-    out = [HEADER, '#include "velour/entry_points.h"', '#include "velour/export.h"', '']
-    out.append('// Every wrapper forwards to its hijack:: slot; the recording bodies by')
-    out.append('// class come with the deferred engine.')
-    out.append('extern "C" {')
+    out = [HEADER,
+           '#include "core/context.h"',
+           '#include "core/deferred_executor/CopyParams.h"',
+           '#include "core/deferred_executor/HandledCalls.h"',
+           '#include "velour/entry_points.h"',
+           '#include "velour/export.h"', '',
+           'using namespace velour;', '',
+           'namespace {', '']
+    wrappers = []
     for e in entries:
-        ret = 'return ' if e.cmd.returns() else ''
-        out.append(f'VELOUR_EXPORT {e.cmd.ret} gl_deferred_{e.name}({e.cmd.decl_params()}) {{')
-        out.append(f'    {ret}velour::hijack::{e.name}({e.cmd.arg_names()});')
-        out.append('}')
+        c = e.cmd
+        path = path_of(e)
+        ret = 'return ' if c.returns() else ''
+        fields = [(p.ctype, p.name) for p in c.params]
+        if path == 'sync' and c.returns():
+            fields.insert(0, (f'{c.ret}*', 'result_'))
+        if path in ('record', 'copy', 'sync'):
+            out.append(f'struct args_{e.name} {{')
+            for ctype, name in fields:
+                out.append(f'    {ctype} {name};')
+            out.append('};')
+            call = f'hijack::{e.name}({", ".join("a->" + p.name for p in c.params)})'
+            store = '*a->result_ = ' if path == 'sync' and c.returns() else ''
+            arg = 'args' if c.params or store else ''
+            out.append(f'void job_{e.name}(void* {arg or "/*args*/"}) {{')
+            if arg:
+                out.append(f'    auto* a = static_cast<args_{e.name}*>(args);')
+            out.append(f'    {store}{call};')
+            out.append('}')
+
+        w = [f'VELOUR_EXPORT {c.ret} gl_deferred_{e.name}({c.decl_params()}) {{']
+        if path == 'immediate':
+            w.append(f'    {ret}hijack::{e.name}({c.arg_names()});')
+            w.append('}')
+            wrappers.append('\n'.join(w))
+            continue
+        w.append('    core::DeferredExecutor* executor_ = core::tlglobals.executor;')
+        w.append('    if (__builtin_expect(!executor_ || core::context.gameConfig.runtimeMode == '
+                 'core::MODE_IMMEDIATE, 0))')
+        w.append(f'        return hijack::{e.name}({c.arg_names()});')
+        if e.fallback:
+            w.append('    if (core::context.gameConfig.fallback) '
+                     'core::DeferredExecutor::_fallbackImmediateMode = true;')
+        if e.name in IMMEDIATE_PNAMES:
+            pname, values = IMMEDIATE_PNAMES[e.name]
+            test = ' || '.join(f'{pname} == {v}' for v in values)
+            w.append(f'    if ({test}) return hijack::{e.name}({c.arg_names()});')
+        args = [p.name for p in c.params]
+        if path == 'handled':
+            w.append(f'    {ret}handled::{e.name}(static_cast<core::Executor*>(executor_)'
+                     f'{"".join(", " + a for a in args)});')
+        elif path == 'record':
+            w.append(f'    executor_->queue.record(&job_{e.name}, args_{e.name}{{{", ".join(args)}}});')
+            if c.returns():
+                # The driver's answer comes later; a recorded call reports success.
+                w.append(f'    return static_cast<{c.ret}>(1);')
+        elif path == 'copy':
+            pointer, expr = copy_expression(e.copy, c.params)
+            args = [f'{pointer}_copy' if a == pointer else a for a in args]
+            w.append(f'    auto {pointer}_copy = {expr};')
+            w.append(f'    executor_->queue.record(&job_{e.name}, args_{e.name}{{{", ".join(args)}}});')
+        else:
+            if c.returns():
+                w.append(f'    {c.ret} result_{{}};')
+                args.insert(0, '&result_')
+            w.append(f'    executor_->queue.record(&job_{e.name}, args_{e.name}{{{", ".join(args)}}});')
+            w.append('    executor_->queue.flushAndWait();')
+            if c.returns():
+                w.append('    return result_;')
+        w.append('}')
+        wrappers.append('\n'.join(w))
+    out.append('}  // namespace\n')
+    out.append('extern "C" {')
+    out += wrappers
     out.append('}')
     return '\n'.join(out) + '\n'
 

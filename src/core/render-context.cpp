@@ -5,6 +5,7 @@
 #include <string>
 
 #include "core/context.h"
+#include "core/deferred_executor/Executor.h"
 #include "core/log.h"
 #include "games/GameGLHooks.h"
 #include "platform/paths.h"
@@ -37,6 +38,9 @@ void insertRenderContext(EGLContext context, std::unique_ptr<RenderContext> rend
 
 }  // namespace
 
+RenderContext::RenderContext() = default;
+RenderContext::~RenderContext() = default;
+
 std::unique_ptr<RenderContext> RenderContext::create(const CreationParameters& parameters) {
     auto renderContext = std::make_unique<RenderContext>();
     renderContext->display = parameters.display;
@@ -47,9 +51,19 @@ std::unique_ptr<RenderContext> RenderContext::create(const CreationParameters& p
 }
 
 bool RenderContext::init() {
+    if (context == EGL_NO_CONTEXT) return false;
+    unsigned mode = core::context.gameConfig.runtimeMode;
+    if (mode == MODE_DEFERRED || mode == MODE_IMMEDIATE || mode == MODE_DEFERRED_INLINE) {
+        try {
+            executor.reset(MemTracker<MemCategory::Executor>::create<Executor>(this));
+        } catch (const std::exception& e) {
+            VELOUR_LOG(LOG_ERROR, "no executor for EGL context %p: %s", context, e.what());
+            return false;
+        }
+    }
     // The hook and the style manager attach here once the effect library has
     // given its entry; without it the context has neither.
-    return context != EGL_NO_CONTEXT;
+    return true;
 }
 
 void registerTriggers() {
@@ -138,6 +152,166 @@ EGLBoolean simple::swapBuffersWithDamageKHR(EGLDisplay display, EGLSurface surfa
 EGLBoolean simple::swapBuffersWithDamageEXT(EGLDisplay display, EGLSurface surface,
                                             const EGLint* rects, EGLint count) {
     return hijack::eglSwapBuffersWithDamageEXT(display, surface, rects, count);
+}
+
+namespace {
+
+struct MakeCurrentJob {
+    EGLBoolean* result;
+    EGLDisplay display;
+    EGLSurface draw;
+    EGLSurface read;
+    EGLContext context;
+};
+
+void makeCurrentJob(void* args) {
+    auto* a = static_cast<MakeCurrentJob*>(args);
+    EGLBoolean result = hijack::eglMakeCurrent(a->display, a->draw, a->read, a->context);
+    if (a->result) *a->result = result;
+}
+
+// Has the worker make the call, and waits for it.
+EGLBoolean makeCurrentOnWorker(DeferredExecutor* executor, EGLDisplay display, EGLSurface draw,
+                               EGLSurface read, EGLContext context) {
+    if (core::context.gameConfig.fallback) DeferredExecutor::_fallbackImmediateMode = true;
+    EGLBoolean result = EGL_FALSE;
+    executor->queue.record(&makeCurrentJob, MakeCurrentJob{&result, display, draw, read, context});
+    executor->queue.flushAndWait();
+    return result;
+}
+
+unsigned runtimeMode() { return core::context.gameConfig.runtimeMode; }
+
+}  // namespace
+
+EGLContext deferred::createContext(EGLDisplay display, EGLConfig config, EGLContext share,
+                                   const EGLint* attributes) {
+    EGLContext context = hijack::eglCreateContext(display, config, share, attributes);
+    if (context == EGL_NO_CONTEXT) return EGL_NO_CONTEXT;
+    // The second context shares the first one's objects: the game's thread
+    // holds it while the worker holds the first.
+    EGLContext second = hijack::eglCreateContext(display, config, context, attributes);
+    if (second == EGL_NO_CONTEXT) {
+        hijack::eglDestroyContext(display, context);
+        return EGL_NO_CONTEXT;
+    }
+    auto renderContext = newRenderContext(display, context, second);
+    if (!renderContext) {
+        hijack::eglDestroyContext(display, second);
+        hijack::eglDestroyContext(display, context);
+        return EGL_NO_CONTEXT;
+    }
+    try {
+        insertRenderContext(context, std::move(renderContext));
+    } catch (const std::bad_alloc&) {
+        hijack::eglDestroyContext(display, second);
+        hijack::eglDestroyContext(display, context);
+        return EGL_NO_CONTEXT;
+    }
+    return context;
+}
+
+EGLBoolean deferred::destroyContext(EGLDisplay display, EGLContext context) {
+    EGLContext sharedContext;
+    {
+        std::lock_guard<std::mutex> lock(core::context.renderContextMutex);
+        auto it = core::context.renderContexts.find(context);
+        if (it == core::context.renderContexts.end()) {
+            // Unknown to the layer: the lock is released before the driver call.
+            sharedContext = EGL_NO_CONTEXT;
+        } else {
+            RenderContext* renderContext = it->second.renderContext.get();
+            sharedContext = renderContext->sharedContext;
+            it->second.current = false;
+            if (tlglobals.renderContext == renderContext) tlglobals = ThreadGlobals{nullptr, nullptr};
+            // Meant for a context still current on another thread; since the
+            // flag was cleared just above, this never runs, and such a context
+            // is destroyed at once.
+            if (it->second.current) {
+                renderContext->pendingDestroy = true;
+                return EGL_TRUE;
+            }
+            // Deleting the render context drains and ends its worker.
+            core::context.renderContexts.erase(it);
+        }
+    }
+    if (sharedContext != EGL_NO_CONTEXT) hijack::eglDestroyContext(display, sharedContext);
+    return hijack::eglDestroyContext(display, context);
+}
+
+EGLBoolean deferred::makeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface read,
+                                 EGLContext context) {
+    if (context == EGL_NO_CONTEXT) {
+        if (DeferredExecutor* executor = tlglobals.executor) {
+            if (runtimeMode() == MODE_IMMEDIATE)
+                hijack::eglMakeCurrent(display, draw, read, EGL_NO_CONTEXT);
+            else
+                makeCurrentOnWorker(executor, display, draw, read, EGL_NO_CONTEXT);
+        }
+        EGLContext bound = tlglobals.renderContext ? tlglobals.renderContext->context : nullptr;
+        // The map is expected to stay still while a thread unbinds: no lock.
+        auto it = core::context.renderContexts.find(bound);
+        if (it != core::context.renderContexts.end()) {
+            it->second.current = false;
+            if (it->second.renderContext->pendingDestroy) {
+                hijack::eglDestroyContext(display, bound);
+                core::context.renderContexts.erase(it);
+            }
+        }
+        tlglobals = ThreadGlobals{nullptr, nullptr};
+        return hijack::eglMakeCurrent(display, draw, read, EGL_NO_CONTEXT);
+    }
+
+    // A surface can be current on one thread only: the worker lets go of it
+    // before another context takes it.
+    RenderContext* previous = tlglobals.renderContext;
+    if (runtimeMode() == MODE_DEFERRED && previous && previous->executor &&
+        (previous->readSurface == read || previous->drawSurface == draw)) {
+        makeCurrentOnWorker(previous->executor.get(), display, EGL_NO_SURFACE, EGL_NO_SURFACE,
+                            previous->context);
+    }
+
+    RenderContext* renderContext;
+    {
+        std::lock_guard<std::mutex> lock(core::context.renderContextMutex);
+        auto it = core::context.renderContexts.find(context);
+        if (it == core::context.renderContexts.end())
+            return hijack::eglMakeCurrent(display, draw, read, context);
+        it->second.current = true;
+        renderContext = it->second.renderContext.get();
+    }
+    renderContext->drawSurface = draw;
+    renderContext->readSurface = read;
+    tlglobals.renderContext = renderContext;
+    tlglobals.executor = renderContext->executor.get();
+
+    if (runtimeMode() == MODE_IMMEDIATE)
+        return hijack::eglMakeCurrent(display, draw, read, renderContext->context);
+    hijack::eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, renderContext->sharedContext);
+    if (runtimeMode() == MODE_DEFERRED_INLINE && hijack::eglGetCurrentContext() != context)
+        hijack::eglMakeCurrent(display, draw, read, renderContext->context);
+    // The mode may have switched to immediate meanwhile.
+    if (runtimeMode() == MODE_IMMEDIATE)
+        return hijack::eglMakeCurrent(display, draw, read, renderContext->context);
+    return makeCurrentOnWorker(renderContext->executor.get(), display, draw, read,
+                               renderContext->context);
+}
+
+EGLBoolean deferred::swapBuffers(EGLDisplay display, EGLSurface surface) {
+    auto* executor = static_cast<Executor*>(tlglobals.executor);
+    if (!executor) return hijack::eglSwapBuffers(display, surface);
+    executor->handler<ErrorHandler>().onSwap(display, surface);
+    return executor->swapBuffers(display, surface);
+}
+
+EGLBoolean deferred::swapBuffersWithDamageKHR(EGLDisplay display, EGLSurface surface,
+                                              const EGLint*, EGLint) {
+    return swapBuffers(display, surface);
+}
+
+EGLBoolean deferred::swapBuffersWithDamageEXT(EGLDisplay display, EGLSurface surface,
+                                              const EGLint*, EGLint) {
+    return swapBuffers(display, surface);
 }
 
 EGLContext deferred::getCurrentContext() {

@@ -4,7 +4,11 @@
 
 #include <memory>
 
+#include "core/deferred_executor/MemTracker.h"
+
 namespace velour::core {
+
+class Executor;
 
 // The layer's shadow of one EGL context that the game created.
 class RenderContext {
@@ -19,29 +23,29 @@ class RenderContext {
 
     static std::unique_ptr<RenderContext> create(const CreationParameters& parameters);
 
-    RenderContext() = default;
-    ~RenderContext() = default;
+    RenderContext();
+    ~RenderContext();
     RenderContext(const RenderContext&) = delete;
     RenderContext& operator=(const RenderContext&) = delete;
 
     bool init();
 
-    // The executor, the game hook and the style manager join this record
-    // with the deferred engine and the effects.
+    // The game hook and the style manager join this record with the effects.
     EGLSurface drawSurface = EGL_NO_SURFACE;
     EGLSurface readSurface = EGL_NO_SURFACE;
     bool pendingDestroy = false;
     EGLDisplay display = EGL_NO_DISPLAY;
     EGLContext context = EGL_NO_CONTEXT;
     EGLContext sharedContext = EGL_NO_CONTEXT;
+    // Null in the hooks-only modes.
+    MemTracker<MemCategory::Executor>::unique_ptr<Executor> executor;
 };
 
 // Finds the effect library and lets the configured game install its thunks.
 void registerTriggers();
 
-// The EGL entry points that the layer answers itself, by variant. The simple
-// ones serve the hooks-only modes; the modes with an executor use the deferred
-// ones where they exist and, until the executor is there, the simple ones.
+// The EGL entry points that the layer answers itself, by variant: the simple
+// ones serve the hooks-only modes, the deferred ones the modes with an executor.
 namespace egl {
 namespace simple {
 EGLContext createContext(EGLDisplay display, EGLConfig config, EGLContext share,
@@ -55,10 +59,20 @@ EGLBoolean swapBuffersWithDamageEXT(EGLDisplay display, EGLSurface surface, cons
                                     EGLint count);
 }  // namespace simple
 namespace deferred {
+EGLContext createContext(EGLDisplay display, EGLConfig config, EGLContext share,
+                         const EGLint* attributes);
+EGLBoolean destroyContext(EGLDisplay display, EGLContext context);
+EGLBoolean makeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface read, EGLContext context);
 // Answered from the thread's own record: games ask often, and the layer's
 // second context is never shown to the game.
 EGLContext getCurrentContext();
 EGLSurface getCurrentSurface(EGLint which);
+EGLBoolean swapBuffers(EGLDisplay display, EGLSurface surface);
+// The damage is dropped: the frame is always presented whole.
+EGLBoolean swapBuffersWithDamageKHR(EGLDisplay display, EGLSurface surface, const EGLint* rects,
+                                    EGLint count);
+EGLBoolean swapBuffersWithDamageEXT(EGLDisplay display, EGLSurface surface, const EGLint* rects,
+                                    EGLint count);
 }  // namespace deferred
 }  // namespace egl
 

@@ -36,16 +36,14 @@ void* getEglProcAddress(char const* name) {
         if (is("eglSwapBuffersWithDamageEXT")) return address(&simple::swapBuffersWithDamageEXT);
         return nullptr;
     }
-    // Until the executor exists, context life and swaps take the simple path
-    // in these modes as well.
-    if (is("eglCreateContext")) return address(&simple::createContext);
-    if (is("eglDestroyContext")) return address(&simple::destroyContext);
-    if (is("eglMakeCurrent")) return address(&simple::makeCurrent);
+    if (is("eglCreateContext")) return address(&deferred::createContext);
+    if (is("eglDestroyContext")) return address(&deferred::destroyContext);
+    if (is("eglMakeCurrent")) return address(&deferred::makeCurrent);
     if (is("eglGetCurrentContext")) return address(&deferred::getCurrentContext);
     if (is("eglGetCurrentSurface")) return address(&deferred::getCurrentSurface);
-    if (is("eglSwapBuffersWithDamageKHR")) return address(&simple::swapBuffersWithDamageKHR);
-    if (is("eglSwapBuffersWithDamageEXT")) return address(&simple::swapBuffersWithDamageEXT);
-    if (is("eglSwapBuffers")) return address(&simple::swapBuffers);
+    if (is("eglSwapBuffersWithDamageKHR")) return address(&deferred::swapBuffersWithDamageKHR);
+    if (is("eglSwapBuffersWithDamageEXT")) return address(&deferred::swapBuffersWithDamageEXT);
+    if (is("eglSwapBuffers")) return address(&deferred::swapBuffers);
     return nullptr;
 }
 

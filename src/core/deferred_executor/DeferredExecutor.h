@@ -1,0 +1,92 @@
+#pragma once
+
+#include <EGL/egl.h>
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <thread>
+
+#include "core/deferred_executor/FrameDataPool.h"
+#include "core/deferred_executor/JobQueue.h"
+#include "core/deferred_executor/RawMemoryPool.h"
+
+namespace velour::core {
+
+class RenderContext;
+
+// Deferred execution for one EGL context: the job queue, the worker that
+// replays it, the frame boundary at the swap, and the one-way switch to
+// immediate mode.
+class DeferredExecutor {
+public:
+    // What a person reads to see how deferral behaves.
+    struct Counters {
+        std::uint64_t jobsRecorded;
+        std::uint64_t handOvers;
+        std::uint64_t drains;
+        std::uint32_t frameDataHighWater;
+        int frameCount;
+        int deferredState;
+    };
+
+    explicit DeferredExecutor(RenderContext* renderContext);
+    virtual ~DeferredExecutor();
+    DeferredExecutor(const DeferredExecutor&) = delete;
+    DeferredExecutor& operator=(const DeferredExecutor&) = delete;
+
+    // Frame boundary, on the game's thread.
+    EGLBoolean swapBuffers(EGLDisplay display, EGLSurface surface);
+    // Called by every counted draw before it records.
+    void submitEarly() {
+        if (earlySubmission < 1) return;
+        if (drawCount % earlySubmission == earlySubmission - 1) submitEarlySlow();
+    }
+    // Called after a counted draw was recorded.
+    void countDraw() {
+        checkAndFreeTempData();
+        drawCount++;
+    }
+    void checkAndFreeTempData();
+    void adaptiveSubmission();
+    Counters counters() const;
+    bool fastFenceEnabled() const { return fastFence; }
+
+    static bool _fallbackImmediateMode;
+
+    JobQueue queue;
+    FrameDataPool* frameData;
+    RawMemoryPoolMap rawMemoryPools;
+    RenderContext* renderContext;
+
+protected:
+    // Starts the worker in deferred mode; the most derived constructor calls
+    // it once the handlers exist.
+    void start();
+    virtual void work();
+    // Drains and ends the worker; the destructors of derived classes call it
+    // before tearing down what jobs may still use.
+    void shutDown();
+    static void releaseWorkerThread();
+
+private:
+    static void onDeferredFrameEnd(void* args);
+    void submitEarlySlow();
+    void readSettings();
+    void switchToImmediateMode(EGLDisplay display);
+
+    std::thread thread;
+    int drawCount = 0;
+    int frameCount = 0;
+    int earlySubmission = 20;
+    int earlySubmissionCount = 0;
+    int renderStall = 0;
+    std::atomic<int> deferredState{0};
+    bool asyncSwap = false;
+    bool fastFence = false;
+    bool stopped = false;
+    std::string name;
+    std::chrono::steady_clock::time_point intervalStart{}, intervalEnd{}, lastSubmission{};
+};
+
+}  // namespace velour::core

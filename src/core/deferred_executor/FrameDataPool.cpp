@@ -1,0 +1,50 @@
+#include "core/deferred_executor/FrameDataPool.h"
+
+#include <algorithm>
+
+namespace velour::core {
+
+FrameDataPool::FrameDataPool(std::uint32_t count, std::uint32_t minSize, std::uint32_t maxSize)
+    : pools(count) {
+    for (Pool& pool : pools) {
+        pool.minSize = minSize;
+        pool.maxSize = maxSize;
+        grow(pool);
+    }
+}
+
+void* FrameDataPool::allocateOverflow(Pool& pool, std::uint32_t size) {
+    pool.overflowBytes += size;
+    pool.overflow.emplace_back(size);
+    return pool.overflow.back().data();
+}
+
+void FrameDataPool::nextWriteFrame() {
+    highWater = std::max(highWater, writeOffset + pools[writeIndex].overflowBytes);
+    writeOffset = 0;
+    allocationCount = 0;
+    std::uint32_t next = (writeIndex + 1) % pools.size();
+    std::unique_lock<std::mutex> lock(mutex);
+    indexChanged.wait(lock, [&] { return next != readIndex; });
+    writeIndex = next;
+}
+
+// Pools grow at every recycling, overflowed or not, up to their limit.
+void FrameDataPool::grow(Pool& pool) {
+    if (pool.memory.empty())
+        pool.memory.resize(pool.minSize);
+    else if (pool.memory.size() < pool.maxSize)
+        pool.memory.resize(std::min<std::size_t>(pool.memory.size() * 2, pool.maxSize));
+}
+
+void FrameDataPool::releaseReadFrame() {
+    Pool& pool = pools[readIndex];
+    grow(pool);
+    while (!pool.overflow.empty()) pool.overflow.pop_back();
+    pool.overflowBytes = 0;
+    std::lock_guard<std::mutex> lock(mutex);
+    readIndex = (readIndex + 1) % pools.size();
+    indexChanged.notify_all();
+}
+
+}  // namespace velour::core

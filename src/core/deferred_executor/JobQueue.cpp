@@ -1,0 +1,151 @@
+#include "core/deferred_executor/JobQueue.h"
+
+#include <semaphore.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "velour/entry_points.h"
+
+namespace velour::core {
+
+namespace {
+
+constexpr std::uint32_t WARM_UP_CAPACITY = 128;
+constexpr int SPIN_TRIES = 10001;
+
+Job* allocateJobs(std::uint32_t count) {
+    return static_cast<Job*>(MemTracker<MemCategory::JobQueue>::allocate(count * sizeof(Job)));
+}
+
+// The caller of a synchronous call sleeps on this; a job posts it. The short
+// spin first saves a futex round trip for the usual quick answers.
+struct CompletionSemaphore {
+    std::atomic<int> count{0};
+    sem_t semaphore;
+
+    CompletionSemaphore() { sem_init(&semaphore, 0, 0); }
+    ~CompletionSemaphore() { sem_destroy(&semaphore); }
+
+    static void signal(void* args) {
+        auto* self = *static_cast<CompletionSemaphore**>(args);
+        if (self->count.fetch_add(1, std::memory_order_release) < 0) {
+            while (sem_post(&self->semaphore) != 0) {
+            }
+        }
+    }
+
+    void wait() {
+        for (int i = 0; i < SPIN_TRIES; ++i) {
+            int value = count.load(std::memory_order_acquire);
+            if (value > 0 && count.compare_exchange_weak(value, value - 1, std::memory_order_acquire,
+                                                         std::memory_order_relaxed))
+                return;
+        }
+        if (count.fetch_sub(1, std::memory_order_acquire) < 1) {
+            while (sem_wait(&semaphore) != 0 && errno == EINTR) {
+            }
+        }
+    }
+};
+
+}  // namespace
+
+JobQueue::~JobQueue() = default;
+
+void JobQueue::resize(std::size_t count, std::uint32_t capacity) {
+    std::lock_guard<std::mutex> lock(mutex);
+    while (buffers.size() > count) buffers.pop_back();
+    while (buffers.size() < count) buffers.emplace_back();
+    Deque<JobBuffer*> oldFree;
+    oldFree.swap(freeBuffers);
+    for (std::size_t i = 0; i < count; ++i) {
+        BufferPtr& buffer = buffers[i];
+        if (!buffer) {
+            buffer.reset(Tracker::create<JobBuffer>());
+            char name[32];
+            std::snprintf(name, sizeof(name), "buffer[%zu]", i);
+            buffer->name = name;
+            buffer->capacity = WARM_UP_CAPACITY;
+            buffer->jobs = allocateJobs(WARM_UP_CAPACITY);
+        }
+        if (capacity != 0) {
+            Tracker::deallocate(buffer->jobs);
+            buffer->jobs = allocateJobs(capacity);
+            buffer->capacity = capacity;
+        }
+        buffer->writeIndex.store(0, std::memory_order_relaxed);
+        buffer->submitIndex = 0;
+        if (i == 0)
+            current = buffer.get();
+        else
+            freeBuffers.push_back(buffer.get());
+    }
+}
+
+bool JobQueue::submit(bool releaseBuffer, EGLDisplay display, EGLSurface surface) {
+    std::unique_lock<std::mutex> lock(mutex);
+    std::uint32_t begin = current->submitIndex;
+    std::uint32_t end = current->writeIndex.load(std::memory_order_acquire);
+    current->submitIndex = end;
+    workloads.push_back(Workload{current, begin, end, releaseBuffer, display, surface});
+    statistics.handOvers++;
+    workAvailable.notify_one();
+    if (inlineDrain) {
+        lock.unlock();
+        processNext();
+        lock.lock();
+    }
+    bool waited = false;
+    if (releaseBuffer) {
+        while (freeBuffers.empty()) {
+            waited = true;
+            bufferAvailable.wait(lock);
+        }
+        current = freeBuffers.front();
+        freeBuffers.pop_front();
+    }
+    return waited;
+}
+
+void JobQueue::flushAndWait() {
+    CompletionSemaphore done;
+    CompletionSemaphore* self = &done;
+    record(&CompletionSemaphore::signal, self);
+    statistics.drains++;
+    submit(false, nullptr, nullptr);
+    done.wait();
+}
+
+bool JobQueue::processNext() {
+    std::unique_lock<std::mutex> lock(mutex);
+    while (workloads.empty() && !stop) workAvailable.wait(lock);
+    if (stop) return false;
+    Workload work = workloads.front();
+    workloads.pop_front();
+    lock.unlock();
+
+    Job* jobs = work.buffer->jobs;
+    for (std::uint32_t i = work.begin; i < work.end; ++i) jobs[i].action(jobs[i].args);
+
+    if (work.releaseBuffer) {
+        work.buffer->writeIndex.store(0, std::memory_order_relaxed);
+        work.buffer->submitIndex = 0;
+        lock.lock();
+        freeBuffers.push_back(work.buffer);
+        bufferAvailable.notify_one();
+        lock.unlock();
+    }
+    if (work.display) hijack::eglSwapBuffers(work.display, work.surface);
+    return true;
+}
+
+void JobQueue::requestStop() {
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        stop = true;
+    }
+    workAvailable.notify_all();
+}
+
+}  // namespace velour::core
