@@ -1,1 +1,4 @@
-target_sources(velour_static PRIVATE)
+target_sources(velour_static PRIVATE
+  log.cpp
+  InterfaceLogger.cpp
+)

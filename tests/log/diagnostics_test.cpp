@@ -1,0 +1,99 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "core/InterfaceLogger.h"
+#include "core/log.h"
+#include "velour/utils/CallStack.h"
+#include "velour/utils/Format.h"
+#include "velour/utils/LoopTimer.h"
+#include "velour/utils/Process.h"
+
+namespace velour {
+
+// Outside the unnamed namespace: only exported names have a symbol to find.
+__attribute__((noinline)) void dumpFromHere(int indent, std::string& dump) {
+    dump = utils::dumpCallStack(indent);
+    asm volatile("" ::: "memory");  // keeps this a frame of its own
+}
+
+namespace {
+
+TEST(Ns2String, UnitFollowsTheSize) {
+    EXPECT_EQ(utils::ns2string(999), "  999ns");
+    EXPECT_EQ(utils::ns2string(1000), "  1.0us");
+    EXPECT_EQ(utils::ns2string(1000000), "  1.0ms");
+    EXPECT_EQ(utils::ns2string(16700000), " 16.7ms");
+    EXPECT_EQ(utils::ns2string(1000000000), "  1.0s ");
+}
+
+TEST(FormatString, GrowsAndKeepsOneResultPerThread) {
+    const std::string longText(6000, 'y');
+    const char* mine = utils::formatString("%s-%d", longText.c_str(), 7);
+    std::string other;
+    std::thread([&other] { other = utils::formatString("%s", "other thread"); }).join();
+    EXPECT_EQ(other, "other thread");
+    EXPECT_EQ(std::string(mine), longText + "-7");
+}
+
+TEST(LoopTimer, ReportsOnlyTheRecentSamples) {
+    utils::LoopTimer timer("frame");
+    EXPECT_EQ(timer.print(8), "frame    :     0ns, min =     0ns, max =     0ns, count = 0");
+    for (int i = 0; i < 100; ++i) timer.add(5);  // pushed out of the ring below
+    for (size_t i = 0; i < utils::LoopTimer::RING_SIZE; ++i) timer.add(i % 2 ? 3000000 : 1000000);
+    EXPECT_EQ(timer.print(3), "frame :   2.0ms, min =   1.0ms, max =   3.0ms, count = " +
+                                  std::to_string(utils::LoopTimer::RING_SIZE));
+}
+
+TEST(ProcessName, IsTheFirstWordOfTheCommandLine) {
+    EXPECT_EQ(std::filesystem::path(utils::getProcessName()).filename(), "velour_log_tests");
+    EXPECT_EQ(utils::getProcessNameByPid(INT_MAX), "");
+}
+
+TEST(Rip, ThrowsWithLocationMessageAndDemangledStack) {
+    std::string dump;
+    dumpFromHere(2, dump);
+    EXPECT_EQ(dump.rfind("  android stack dump\n  000: 0x", 0), 0u) << dump;
+    EXPECT_NE(dump.find(" velour::dumpFromHere(int, std::"), std::string::npos) << dump;
+    EXPECT_NE(dump.find("\n  android stack dump done\n"), std::string::npos) << dump;
+
+    try {
+        core::rip("src/x.cpp", 12, "doWork", "out of names");
+        FAIL() << "rip returned";
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ(std::string(error.what())
+                      .rfind("[src/x.cpp:12] critical failure: doWork\nout of names\n"
+                             "    android stack dump\n",
+                             0),
+                  0u)
+            << error.what();
+    }
+}
+
+TEST(InterfaceLogger, WritesEachNameOnceInOrderOfFirstUse) {
+    const std::string folder = std::string(std::getenv("VELOUR_SYSROOT")) + "/data/local/tmp/orlo";
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder + "/interface_log.txt") << "from an earlier run\n";
+
+    core::InterfaceLogger logger;
+    logger.init();
+    char sameText[] = "glDrawArrays";  // another pointer, the same name
+    for (const char* name : {"glDrawArrays", "glClear", static_cast<const char*>(sameText),
+                             "glClear", static_cast<const char*>(nullptr)}) {
+        logger.logCall(name);
+    }
+    std::stringstream text;
+    text << std::ifstream(folder + "/interface_log.txt").rdbuf();
+    EXPECT_EQ(text.str(), "glDrawArrays\nglClear\n");
+}
+
+}  // namespace
+}  // namespace velour

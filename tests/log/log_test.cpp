@@ -1,0 +1,323 @@
+#include "core/log.h"
+
+#include <android/log.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "../platform/TestSupport.h"
+#include "core/context.h"
+#include "platform/properties.h"
+#include "velour/utils/Process.h"
+
+// The log goes to the platform log, which a host's liblog writes to stderr,
+// and to a file under the sysroot; both are read back here. The property
+// store and the sysroot are this program's own, set before the first
+// property call.
+
+namespace velour::test {
+namespace {
+
+struct TestEnvironment : ::testing::Environment {
+    TestEnvironment() : root(makeTempFolder("velour-log-tests")), sysroot(root + "/sysroot") {
+        setenv("VELOUR_PROPERTY_STORE", (root + "/properties").c_str(), 1);
+        setenv("VELOUR_SYSROOT", sysroot.c_str(), 1);
+        logFile = sysroot + "/sdcard/nimbo.orlo.velour." + utils::getProcessName() + ".log";
+        // A host's liblog drops debug and verbose entries by default.
+        __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+    }
+    void TearDown() override { std::filesystem::remove_all(root); }
+
+    const std::string root, sysroot;
+    std::string logFile;
+};
+
+TestEnvironment* const g_environment =
+    static_cast<TestEnvironment*>(::testing::AddGlobalTestEnvironment(new TestEnvironment));
+
+std::vector<std::string> readLines(const std::string& path) {
+    std::ifstream in(path);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+// The log file's lines, each checked to begin with the date, the time, this
+// process's id and (unless 0) threadId, and returned without that stamp.
+std::vector<std::string> logFileLines(int threadId = 0) {
+    static const std::regex stamp(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d +(\d+) +(\d+) : )");
+    std::vector<std::string> lines;
+    for (const std::string& line : readLines(g_environment->logFile)) {
+        std::smatch match;
+        if (!std::regex_search(line, match, stamp)) {
+            ADD_FAILURE() << "no stamp: " << line;
+            continue;
+        }
+        EXPECT_EQ(std::stoi(match[1]), getpid()) << line;
+        EXPECT_TRUE(threadId == 0 || std::stoi(match[2]) == threadId) << line;
+        lines.push_back(match.suffix());
+    }
+    return lines;
+}
+
+struct PlatformEntry {
+    char priority;  // 'V', 'D', 'I', 'W', 'E' or 'F'
+    std::string text;
+    bool operator==(const PlatformEntry& other) const {
+        return priority == other.priority && text == other.text;
+    }
+};
+
+// Collects what the platform log prints from construction to entries().
+class PlatformLogCapture {
+  public:
+    PlatformLogCapture() : _path(g_environment->root + "/stderr") {
+        std::fflush(stderr);
+        _savedFd = dup(2);
+        int capture = open(_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        if (_savedFd < 0 || capture < 0 || dup2(capture, 2) < 0) std::abort();
+        close(capture);
+    }
+    ~PlatformLogCapture() { restore(); }
+
+    std::vector<PlatformEntry> entries() {
+        restore();
+        // liblog's host format: tag, priority letter, date, time, pid, tid, text.
+        static const std::regex entry(R"(^velour ([VDIWEF]) \S+ \S+ +\d+ +\d+ (.*)$)");
+        std::vector<PlatformEntry> result;
+        for (const std::string& line : readLines(_path)) {
+            std::smatch match;
+            if (std::regex_match(line, match, entry)) {
+                result.push_back({match[1].str()[0], match[2]});
+            } else {
+                ADD_FAILURE() << "not a platform log entry: " << line;
+            }
+        }
+        return result;
+    }
+
+  private:
+    void restore() {
+        if (_savedFd < 0) return;
+        std::fflush(stderr);
+        dup2(_savedFd, 2);
+        close(_savedFd);
+        _savedFd = -1;
+    }
+    std::string _path;
+    int _savedFd = -1;
+};
+
+}  // namespace
+}  // namespace velour::test
+
+namespace velour::core {
+namespace {
+
+using Entries = std::vector<test::PlatformEntry>;
+using Lines = std::vector<std::string>;
+
+class Log : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        std::filesystem::create_directories(
+            std::filesystem::path(test::g_environment->logFile).parent_path());
+        std::filesystem::remove(test::g_environment->logFile);
+    }
+    void TearDown() override { g_printSourceLocation = true; }
+
+    static std::string location(int line) {
+        return "[" + std::string(__FILE__) + ":" + std::to_string(line) + "] TestBody - ";
+    }
+};
+
+TEST_F(Log, EachLineOfAMessageIsAnEntryTaggedOnlyFirst) {
+    test::PlatformLogCapture capture;
+    int line = __LINE__ + 1;
+    log(__FILE__, line, __func__, LOG_ERROR, "first %d\nsecond\n\nlast", 1);
+    log(__FILE__, line, __func__, LOG_BANNER, "\n  banner");
+    const std::string first = "[ERROR] " + location(line) + "first 1";
+
+    Entries expected = {{'E', first},      {'E', "        second"},
+                        {'E', "        "}, {'E', "        last"},
+                        {'I', ""},         {'I', "  banner"}};
+    EXPECT_EQ(capture.entries(), expected);
+    Lines fileLines = {first, "        second", "        ", "        last", "", "  banner"};
+    EXPECT_EQ(test::logFileLines(static_cast<int>(syscall(SYS_gettid))), fileLines);
+}
+
+TEST_F(Log, TagsPrioritiesAndTheLocationSwitch) {
+    struct Case {
+        int severity;
+        char priority;
+        const char* tag;
+        bool located;  // with the switch on
+    };
+    const Case cases[] = {
+        {LOG_BANNER, 'I', "", false},         {LOG_FATAL, 'F', "[FATAL] ", true},
+        {LOG_ERROR, 'E', "[ERROR] ", true},   {LOG_WARN, 'W', "[WARN ] ", true},
+        {LOG_INFO, 'I', "[INFO ] ", false},   {LOG_DEBUG, 'D', "[DEBUG] ", true},
+        {LOG_VERBOSE, 'V', "[VERBO] ", true}, {LOG_BABBLE, 'V', "[BABBL] ", true},
+    };
+    for (bool switchOn : {true, false}) {
+        g_printSourceLocation = switchOn;
+        for (const Case& c : cases) {
+            test::PlatformLogCapture capture;
+            int line = __LINE__ + 1;
+            log(__FILE__, line, __func__, c.severity, "message");
+            std::string text =
+                std::string(c.tag) + (switchOn && c.located ? location(line) : "") + "message";
+            EXPECT_EQ(capture.entries(), (Entries{{c.priority, text}}))
+                << "severity " << c.severity << ", switch " << switchOn;
+        }
+    }
+}
+
+TEST_F(Log, LongMessagesAreWrittenWhole) {
+    const std::string longText(10000, 'x');
+    test::PlatformLogCapture capture;
+    log("f", 1, "g", LOG_WARN, "%s|end", longText.c_str());
+    log("f", 1, "g", LOG_WARN, "short");
+    capture.entries();
+    EXPECT_EQ(test::logFileLines(),
+              (Lines{"[WARN ] [f:1] g - " + longText + "|end", "[WARN ] [f:1] g - short"}));
+}
+
+TEST_F(Log, FileThatCannotBeOpenedLeavesThePlatformLog) {
+    // A folder where the file should be.
+    std::filesystem::create_directory(test::g_environment->logFile);
+    test::PlatformLogCapture capture;
+    log("f", 1, "g", LOG_INFO, "still %s", "here");
+    EXPECT_EQ(capture.entries(), (Entries{{'I', "[INFO ] still here"}}));
+    std::filesystem::remove(test::g_environment->logFile);
+}
+
+// Formatting runs in parallel, writing does not: the lines of one message
+// stay together and no line is mixed with another.
+TEST_F(Log, MessagesOfManyThreadsStayWhole) {
+    constexpr int THREADS = 4, MESSAGES = 100;
+    auto filler = [](int thread) { return std::string(thread % 2 ? 5000 : 10, '.'); };
+    test::PlatformLogCapture capture;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < THREADS; ++t) {
+        threads.emplace_back([t, &filler] {
+            for (int m = 0; m < MESSAGES; ++m) {
+                log("f", 1, "g", LOG_WARN, "T%d M%d %s\nT%d M%d tail", t, m, filler(t).c_str(), t,
+                    m);
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    capture.entries();
+
+    Lines lines = test::logFileLines();
+    ASSERT_EQ(lines.size(), size_t{2 * THREADS * MESSAGES});
+    std::vector<int> next(THREADS, 0);
+    for (size_t i = 0; i < lines.size(); i += 2) {
+        int t = -1, m = -1;
+        ASSERT_EQ(std::sscanf(lines[i].c_str(), "[WARN ] [f:1] g - T%d M%d", &t, &m), 2);
+        ASSERT_TRUE(t >= 0 && t < THREADS && m == next[t]++) << lines[i];
+        const std::string id = "T" + std::to_string(t) + " M" + std::to_string(m);
+        EXPECT_EQ(lines[i], "[WARN ] [f:1] g - " + id + " " + filler(t));
+        EXPECT_EQ(lines[i + 1], "        " + id + " tail");
+    }
+}
+
+using namespace std::chrono_literals;
+
+const char LEVEL[] = "vendor.nimbo.orlo.log.level";
+const char LOCATION[] = "vendor.nimbo.orlo.log.print_source_location";
+
+// Plain words that another thread writes: read them afresh each time.
+int severity() {
+    return *static_cast<volatile int*>(&g_enabledLogSeverity);
+}
+bool sourceLocation() {
+    return *static_cast<volatile bool*>(&g_printSourceLocation);
+}
+
+// The watcher reads the keys every 500 ms, so a change shows within 1.5 s.
+bool soon(const std::function<bool()>& condition) {
+    auto deadline = std::chrono::steady_clock::now() + 1500ms;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        std::this_thread::sleep_for(10ms);
+    }
+    return true;
+}
+
+void set(const char* name, const char* value) {
+    ASSERT_EQ(__system_property_set(name, value), 0);
+}
+
+class LogSettings : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        context.gameConfig.enabled = true;
+        set(LEVEL, "4");
+        set(LOCATION, "1");
+        ASSERT_TRUE(soon([] { return severity() == LOG_INFO && sourceLocation(); }));
+    }
+    void TearDown() override {
+        set(LEVEL, "4");
+        soon([] { return severity() == LOG_INFO; });
+        context.gameConfig.enabled = false;
+    }
+};
+
+TEST_F(LogSettings, LevelPropertySetsTheThreshold) {
+    set(LEVEL, "6");
+    EXPECT_TRUE(soon([] { return severity() == LOG_VERBOSE; }));
+    set(LEVEL, "0");
+    EXPECT_TRUE(soon([] { return severity() == LOG_INFO; })) << "0 means the default";
+
+    set(LEVEL, "-1");
+    ASSERT_TRUE(soon([] { return severity() == -1; }));
+    test::PlatformLogCapture capture;
+    VELOUR_LOG(LOG_BANNER, "banner");
+    EXPECT_TRUE(capture.entries().empty()) << "a negative level silences the banner too";
+}
+
+TEST_F(LogSettings, EmptyLocationPropertyKeepsTheSwitch) {
+    set(LOCATION, "0");
+    ASSERT_TRUE(soon([] { return !sourceLocation(); }));
+    set(LOCATION, "");
+    // Once the level shows, the watcher has had that turn; give it one more.
+    set(LEVEL, "5");
+    ASSERT_TRUE(soon([] { return severity() == LOG_DEBUG; }));
+    std::this_thread::sleep_for(600ms);
+    EXPECT_FALSE(sourceLocation());
+    set(LOCATION, "7");
+    EXPECT_TRUE(soon([] { return sourceLocation(); }));
+}
+
+TEST_F(LogSettings, ProcessNotEnabledIgnoresTheProperties) {
+    context.gameConfig.enabled = false;
+    set(LEVEL, "7");
+    std::this_thread::sleep_for(1200ms);
+    EXPECT_EQ(severity(), LOG_INFO);
+    context.gameConfig.enabled = true;
+    EXPECT_TRUE(soon([] { return severity() == LOG_BABBLE; }));
+}
+
+// What this is for: someone at a shell raises the level of a running game.
+TEST_F(LogSettings, PropToolChangesTheLevelOfARunningProcess) {
+    test::ChildResult tool = test::runPropTool({"set", LEVEL, "6"});
+    ASSERT_EQ(tool.exitCode, 0) << tool.err;
+    EXPECT_TRUE(soon([] { return severity() == LOG_VERBOSE; }));
+}
+
+}  // namespace
+}  // namespace velour::core
