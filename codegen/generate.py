@@ -358,6 +358,8 @@ void setMissing(const char* name, bool missing);
 
 std::vector<Call> calls();
 std::vector<Call> callsOf(const char* name);
+// Forgets the calls so far, keeping what the test told the fake.
+void clearCalls();
 void reset();
 
 }  // namespace velour::fake
@@ -503,6 +505,11 @@ std::vector<Call> callsOf(const char* name) {
     for (auto& c : calls())
         if (std::strcmp(c.name, name) == 0) out.push_back(c);
     return out;
+}
+
+void clearCalls() {
+    std::lock_guard<std::mutex> lock(state().mutex);
+    state().calls.clear();
 }
 
 void reset() {
