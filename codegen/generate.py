@@ -241,12 +241,11 @@ def gen_wrappers(entries):
             wrappers.append('\n'.join(w))
             continue
         w.append('    core::DeferredExecutor* executor_ = core::tlglobals.executor;')
-        w.append('    if (__builtin_expect(!executor_ || core::context.gameConfig.runtimeMode == '
-                 'core::MODE_IMMEDIATE, 0))')
+        w.append('    if (__builtin_expect(!executor_ || core::runtimeMode() == core::MODE_IMMEDIATE, 0))')
         w.append(f'        return hijack::{e.name}({c.arg_names()});')
         if e.fallback:
             w.append('    if (core::context.gameConfig.fallback) '
-                     'core::DeferredExecutor::_fallbackImmediateMode = true;')
+                     'core::DeferredExecutor::raiseFallback();')
         if e.name in IMMEDIATE_PNAMES:
             pname, values = IMMEDIATE_PNAMES[e.name]
             test = ' || '.join(f'{pname} == {v}' for v in values)

@@ -8,6 +8,7 @@ packages=(
   khronos-api libegl-dev libgles-dev libgl-dev
   android-liblog-dev picojson-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  libpng-dev libegl-mesa0 libgl1-mesa-dri
 )
 
 missing=()

@@ -41,6 +41,16 @@ struct Context {
 
 extern Context context;
 
+// The mode is one value for the process, read by every thread at every call
+// and changed once at most (the switch to immediate mode): relaxed atomic
+// access, which costs a plain load.
+inline unsigned runtimeMode() {
+    return __atomic_load_n(&context.gameConfig.runtimeMode, __ATOMIC_RELAXED);
+}
+inline void setRuntimeMode(unsigned mode) {
+    __atomic_store_n(&context.gameConfig.runtimeMode, mode, __ATOMIC_RELAXED);
+}
+
 // What a thread has bound: both unowned, both null on a new thread.
 struct ThreadGlobals {
     RenderContext* renderContext;

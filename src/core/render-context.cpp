@@ -52,7 +52,7 @@ std::unique_ptr<RenderContext> RenderContext::create(const CreationParameters& p
 
 bool RenderContext::init() {
     if (context == EGL_NO_CONTEXT) return false;
-    unsigned mode = core::context.gameConfig.runtimeMode;
+    unsigned mode = runtimeMode();
     if (mode == MODE_DEFERRED || mode == MODE_IMMEDIATE || mode == MODE_DEFERRED_INLINE) {
         try {
             executor.reset(MemTracker<MemCategory::Executor>::create<Executor>(this));
@@ -173,14 +173,12 @@ void makeCurrentJob(void* args) {
 // Has the worker make the call, and waits for it.
 EGLBoolean makeCurrentOnWorker(DeferredExecutor* executor, EGLDisplay display, EGLSurface draw,
                                EGLSurface read, EGLContext context) {
-    if (core::context.gameConfig.fallback) DeferredExecutor::_fallbackImmediateMode = true;
+    if (core::context.gameConfig.fallback) DeferredExecutor::raiseFallback();
     EGLBoolean result = EGL_FALSE;
     executor->queue.record(&makeCurrentJob, MakeCurrentJob{&result, display, draw, read, context});
     executor->queue.flushAndWait();
     return result;
 }
-
-unsigned runtimeMode() { return core::context.gameConfig.runtimeMode; }
 
 }  // namespace
 

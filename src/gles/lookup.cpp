@@ -11,7 +11,7 @@ namespace velour::gles {
 namespace {
 
 bool hooksOnly() {
-    unsigned mode = core::context.gameConfig.runtimeMode;
+    unsigned mode = core::runtimeMode();
     return mode == core::MODE_HOOKS_ONLY || mode == core::MODE_INTERFACE_LOG;
 }
 

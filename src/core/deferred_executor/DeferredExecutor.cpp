@@ -15,7 +15,7 @@
 
 namespace velour::core {
 
-bool DeferredExecutor::_fallbackImmediateMode = false;
+std::atomic<bool> DeferredExecutor::_fallbackImmediateMode{false};
 
 namespace {
 
@@ -66,11 +66,11 @@ DeferredExecutor::DeferredExecutor(RenderContext* renderContext)
     char text[32];
     std::snprintf(text, sizeof(text), "DE #%d", g_executorNumber++);
     name = text;
-    if (context.gameConfig.runtimeMode != MODE_DEFERRED) queue.setInlineDrain(true);
+    if (runtimeMode() != MODE_DEFERRED) queue.setInlineDrain(true);
 }
 
 void DeferredExecutor::start() {
-    if (context.gameConfig.runtimeMode != MODE_DEFERRED) return;
+    if (runtimeMode() != MODE_DEFERRED) return;
     thread = std::thread([this] { work(); });
 }
 
@@ -127,8 +127,8 @@ void DeferredExecutor::readSettings() {
     earlySubmission = settingInt("de.early_submission");
     if (earlySubmission < 1) earlySubmission = 20;
     fastFence = settings.getb("de.fast_fence");
-    if (settings.getb("de.fallback") && !_fallbackImmediateMode) {
-        _fallbackImmediateMode = true;
+    if (settings.getb("de.fallback") && !_fallbackImmediateMode.load(std::memory_order_relaxed)) {
+        raiseFallback();
         settings.sets("de.fallback", "");
     }
     if (deferredState != 0) {
@@ -159,7 +159,7 @@ void DeferredExecutor::switchToImmediateMode(EGLDisplay display) {
     queue.flushAndWait();
     hijack::eglMakeCurrent(display, renderContext->drawSurface, renderContext->readSurface,
                            renderContext->context);
-    context.gameConfig.runtimeMode = MODE_IMMEDIATE;
+    setRuntimeMode(MODE_IMMEDIATE);
     utils::Configuration::global().sets("orlo.release.tag", "1");
 }
 
@@ -175,9 +175,9 @@ EGLBoolean DeferredExecutor::swapBuffers(EGLDisplay display, EGLSurface surface)
     earlySubmissionCount = 0;
     if (frameCount % SETTINGS_INTERVAL == 0) readSettings();
 
-    if (context.gameConfig.runtimeMode == MODE_DEFERRED && _fallbackImmediateMode)
+    if (runtimeMode() == MODE_DEFERRED && _fallbackImmediateMode.load(std::memory_order_relaxed))
         switchToImmediateMode(display);
-    if (context.gameConfig.runtimeMode == MODE_IMMEDIATE)
+    if (runtimeMode() == MODE_IMMEDIATE)
         return hijack::eglSwapBuffers(display, surface);
 
     frameData->nextWriteFrame();

@@ -2,6 +2,7 @@
 
 #include <EGL/egl.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <string>
@@ -52,7 +53,10 @@ public:
     Counters counters() const;
     bool fastFenceEnabled() const { return fastFence; }
 
-    static bool _fallbackImmediateMode;
+    // Raised by any recording thread, read at the swap; a late sighting only
+    // costs a frame.
+    static std::atomic<bool> _fallbackImmediateMode;
+    static void raiseFallback() { _fallbackImmediateMode.store(true, std::memory_order_relaxed); }
 
     JobQueue queue;
     FrameDataPool* frameData;

@@ -1,0 +1,87 @@
+// Several game threads and contexts at once, fences crossing threads,
+// contexts destroyed while bound elsewhere, and the switch to immediate mode
+// in the middle. Meant to run under the thread sanitizer too.
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "DeferredFixture.h"
+
+using namespace velour;
+using velour::test::Deferred;
+
+namespace {
+
+constexpr int THREADS = 3;
+constexpr int FRAMES = 150;
+
+
+EGLSurface surfaceOf(int thread) { return reinterpret_cast<EGLSurface>(0x1000 + thread); }
+
+// One frame of a small game: state, copies, a fence another thread waits on.
+void frame(int i, std::atomic<GLsync>& published) {
+    float values[16] = {float(i)};
+    gl_deferred_glClear(0x4000);
+    gl_deferred_glUniform4fv(1, 4, values);
+    gl_deferred_glUniformMatrix4fv(2, 1, 0, values);
+    GLuint texture;
+    gl_deferred_glGenTextures(1, &texture);
+    gl_deferred_glBindAttribLocation(1, 0, "position");
+    published = gl_deferred_glFenceSync(0x9117, 0);
+}
+
+TEST_F(Deferred, ManyThreadsAndContexts) {
+    core::context.gameConfig.runtimeMode = core::MODE_DEFERRED;
+    std::atomic<GLsync> fences[THREADS];
+    for (auto& f : fences) f = nullptr;
+    std::atomic<int> ready{0};
+
+    std::vector<std::thread> threads;
+    for (int t = 0; t < THREADS; ++t) {
+        threads.emplace_back([&, t] {
+            EGLContext context =
+                core::egl::deferred::createContext(display(), nullptr, EGL_NO_CONTEXT, nullptr);
+            core::egl::deferred::makeCurrent(display(), surfaceOf(t), surfaceOf(t), context);
+            ready++;
+            for (int i = 0; i < FRAMES; ++i) {
+                frame(i, fences[t]);
+                // Wait on a neighbour's fence: its job may sit unsent in the
+                // other thread's buffer.
+                if (GLsync other = fences[(t + 1) % THREADS]) gl_deferred_glClientWaitSync(other, 0, 0);
+                if (t == 0 && i == FRAMES / 2) core::context.gameConfig.fallback = 1;
+                core::egl::deferred::swapBuffers(display(), surfaceOf(t));
+            }
+            core::egl::deferred::makeCurrent(display(), EGL_NO_SURFACE, EGL_NO_SURFACE,
+                                              EGL_NO_CONTEXT);
+            core::egl::deferred::destroyContext(display(), context);
+        });
+    }
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(core::runtimeMode(), core::MODE_IMMEDIATE) << "the fallback switched mid-run";
+    EXPECT_EQ(fake::callsOf("glClear").size(), size_t(THREADS * FRAMES));
+    core::context.gameConfig.fallback = 0;
+}
+
+TEST_F(Deferred, ContextDestroyedWhileBoundOnAnotherThread) {
+    core::context.gameConfig.runtimeMode = core::MODE_DEFERRED;
+    for (int round = 0; round < 20; ++round) {
+        std::atomic<EGLContext> shared{EGL_NO_CONTEXT};
+        std::atomic<bool> done{false};
+        std::thread owner([&] {
+            EGLContext context =
+                core::egl::deferred::createContext(display(), nullptr, EGL_NO_CONTEXT, nullptr);
+            core::egl::deferred::makeCurrent(display(), surfaceOf(9), surfaceOf(9), context);
+            for (int i = 0; i < 50; ++i) gl_deferred_glClear(i);
+            shared = context;
+            // The thread stops using GL; its record dangles after the destroy.
+            while (!done) std::this_thread::yield();
+        });
+        while (shared.load() == EGL_NO_CONTEXT) std::this_thread::yield();
+        core::egl::deferred::destroyContext(display(), shared);
+        done = true;
+        owner.join();
+    }
+    EXPECT_EQ(fake::callsOf("glClear").size(), 20u * 50u) << "the destroy replayed everything";
+}
+
+}  // namespace

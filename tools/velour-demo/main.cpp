@@ -1,0 +1,303 @@
+// velour-demo: a small headless game frame on OpenGL ES 3, deterministic so
+// that runs with and without the layer can be compared image by image.
+
+#include <EGL/egl.h>
+#include <EGL/eglext.h>
+#include <GLES3/gl32.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+#include "gl_util.h"
+#include "scene.h"
+#include "screenshot.h"
+
+namespace demo {
+namespace {
+
+constexpr int kMaxSide = 4096;
+constexpr int kMinSide = 32;
+
+const char kUsage[] =
+    "usage: velour-demo [options]\n"
+    "\n"
+    "Renders a small game scene (shadow map, lit pass, post pass, HUD) with OpenGL ES 3\n"
+    "into an off-screen EGL surface, then prints frames, frames per second and the\n"
+    "mean time per frame the render thread spends issuing the frame.\n"
+    "\n"
+    "  --frames N         frames to render (default 120)       --frames 300\n"
+    "  --size WxH         surface size in pixels, 32 to 4096 a side (default 640x360)\n"
+    "                                                         --size 1280x720\n"
+    "  --screenshots DIR  write PNG screenshots into DIR (made if missing), named\n"
+    "                     frame-NNNNN.png by frame number from 1\n"
+    "                                                         --screenshots /tmp/shots\n"
+    "  --shot-every K     with --screenshots: shoot every K-th frame and the last\n"
+    "                     (default 30)                        --shot-every 10\n"
+    "  --quiet            print the summary line only\n"
+    "  --help             print this help\n"
+    "\n"
+    "Every frame depends on its number alone, so two runs give identical images.\n"
+    "Exits 0 on success, 1 on an EGL, GL or file failure, 2 on a bad option.\n";
+
+struct Options {
+    int frames = 120;
+    int width = 640;
+    int height = 360;
+    std::string screenshots;
+    int shotEvery = 30;
+    bool quiet = false;
+};
+
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+int parseInt(const std::string& option, const char* text, int low, int high) {
+    char* end = nullptr;
+    errno = 0;
+    const long value = std::strtol(text, &end, 10);
+    if (errno != 0 || end == text || *end != '\0' || value < low || value > high) {
+        throw UsageError(option + " wants a whole number from " + std::to_string(low) + " to " +
+                         std::to_string(high) + ", not '" + text + "'");
+    }
+    return static_cast<int>(value);
+}
+
+Options parseOptions(int argc, char** argv, bool* help) {
+    Options o;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        auto value = [&]() -> const char* {
+            if (i + 1 >= argc) throw UsageError(arg + " wants a value");
+            return argv[++i];
+        };
+        if (arg == "--help" || arg == "-h") {
+            *help = true;
+        } else if (arg == "--frames") {
+            o.frames = parseInt(arg, value(), 1, 1000000);
+        } else if (arg == "--size") {
+            const std::string size = value();
+            const std::size_t x = size.find('x');
+            if (x == std::string::npos) throw UsageError("--size wants WxH, not '" + size + "'");
+            o.width = parseInt(arg, size.substr(0, x).c_str(), kMinSide, kMaxSide);
+            o.height = parseInt(arg, size.substr(x + 1).c_str(), kMinSide, kMaxSide);
+        } else if (arg == "--screenshots") {
+            o.screenshots = value();
+            if (o.screenshots.empty()) throw UsageError("--screenshots wants a folder");
+        } else if (arg == "--shot-every") {
+            o.shotEvery = parseInt(arg, value(), 1, 1000000);
+        } else if (arg == "--quiet") {
+            o.quiet = true;
+        } else {
+            throw UsageError("unknown option '" + arg + "'");
+        }
+    }
+    return o;
+}
+
+const char* eglErrorName(EGLint error) {
+    switch (error) {
+        case EGL_SUCCESS:
+            return "EGL_SUCCESS";
+        case EGL_NOT_INITIALIZED:
+            return "EGL_NOT_INITIALIZED";
+        case EGL_BAD_ACCESS:
+            return "EGL_BAD_ACCESS";
+        case EGL_BAD_ALLOC:
+            return "EGL_BAD_ALLOC";
+        case EGL_BAD_ATTRIBUTE:
+            return "EGL_BAD_ATTRIBUTE";
+        case EGL_BAD_CONFIG:
+            return "EGL_BAD_CONFIG";
+        case EGL_BAD_CONTEXT:
+            return "EGL_BAD_CONTEXT";
+        case EGL_BAD_CURRENT_SURFACE:
+            return "EGL_BAD_CURRENT_SURFACE";
+        case EGL_BAD_DISPLAY:
+            return "EGL_BAD_DISPLAY";
+        case EGL_BAD_MATCH:
+            return "EGL_BAD_MATCH";
+        case EGL_BAD_NATIVE_PIXMAP:
+            return "EGL_BAD_NATIVE_PIXMAP";
+        case EGL_BAD_NATIVE_WINDOW:
+            return "EGL_BAD_NATIVE_WINDOW";
+        case EGL_BAD_PARAMETER:
+            return "EGL_BAD_PARAMETER";
+        case EGL_BAD_SURFACE:
+            return "EGL_BAD_SURFACE";
+        case EGL_CONTEXT_LOST:
+            return "EGL_CONTEXT_LOST";
+        default:
+            return "unknown EGL error";
+    }
+}
+
+[[noreturn]] void eglFailure(const char* call) {
+    throw Failure(std::string(call) + " failed: " + eglErrorName(eglGetError()));
+}
+
+// Display, context and pbuffer surface, current on this thread while alive.
+class EglSession {
+  public:
+    EglSession(int width, int height) {
+        // Surfaceless first: it needs neither a window system nor a GPU.
+        display_ =
+            eglGetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
+        if (display_ == EGL_NO_DISPLAY || !eglInitialize(display_, nullptr, nullptr)) {
+            eglGetError();  // so that a failure below reports its own error
+            display_ = eglGetDisplay(EGL_DEFAULT_DISPLAY);
+            if (display_ == EGL_NO_DISPLAY) eglFailure("eglGetDisplay");
+            if (!eglInitialize(display_, nullptr, nullptr)) eglFailure("eglInitialize");
+        }
+        if (!eglBindAPI(EGL_OPENGL_ES_API)) eglFailure("eglBindAPI");
+
+        const EGLint wanted[] = {EGL_SURFACE_TYPE,
+                                 EGL_PBUFFER_BIT,
+                                 EGL_RENDERABLE_TYPE,
+                                 EGL_OPENGL_ES3_BIT,
+                                 EGL_RED_SIZE,
+                                 8,
+                                 EGL_GREEN_SIZE,
+                                 8,
+                                 EGL_BLUE_SIZE,
+                                 8,
+                                 EGL_ALPHA_SIZE,
+                                 8,
+                                 EGL_NONE};
+        EGLConfig configs[64];
+        EGLint count = 0;
+        if (!eglChooseConfig(display_, wanted, configs, 64, &count)) eglFailure("eglChooseConfig");
+        // The first exact RGBA8888 config, so that screenshots are never dithered
+        // or widened differently from run to run.
+        EGLConfig config = nullptr;
+        for (EGLint i = 0; i < count && !config; ++i) {
+            EGLint r = 0, g = 0, b = 0, a = 0;
+            eglGetConfigAttrib(display_, configs[i], EGL_RED_SIZE, &r);
+            eglGetConfigAttrib(display_, configs[i], EGL_GREEN_SIZE, &g);
+            eglGetConfigAttrib(display_, configs[i], EGL_BLUE_SIZE, &b);
+            eglGetConfigAttrib(display_, configs[i], EGL_ALPHA_SIZE, &a);
+            if (r == 8 && g == 8 && b == 8 && a == 8) config = configs[i];
+        }
+        if (!config) throw Failure("no RGBA8888 pbuffer config with OpenGL ES 3");
+
+        const EGLint contextAttributes[] = {EGL_CONTEXT_MAJOR_VERSION, 3, EGL_NONE};
+        context_ = eglCreateContext(display_, config, EGL_NO_CONTEXT, contextAttributes);
+        if (context_ == EGL_NO_CONTEXT) eglFailure("eglCreateContext");
+        const EGLint surfaceAttributes[] = {EGL_WIDTH, width, EGL_HEIGHT, height, EGL_NONE};
+        surface_ = eglCreatePbufferSurface(display_, config, surfaceAttributes);
+        if (surface_ == EGL_NO_SURFACE) eglFailure("eglCreatePbufferSurface");
+        if (!eglMakeCurrent(display_, surface_, surface_, context_)) eglFailure("eglMakeCurrent");
+    }
+
+    ~EglSession() {
+        if (display_ == EGL_NO_DISPLAY) return;
+        eglMakeCurrent(display_, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+        if (surface_ != EGL_NO_SURFACE) eglDestroySurface(display_, surface_);
+        if (context_ != EGL_NO_CONTEXT) eglDestroyContext(display_, context_);
+        eglTerminate(display_);
+    }
+
+    EglSession(const EglSession&) = delete;
+    EglSession& operator=(const EglSession&) = delete;
+
+    void swap() {
+        if (!eglSwapBuffers(display_, surface_)) eglFailure("eglSwapBuffers");
+    }
+
+    std::string describe() const {
+        const char* version = eglQueryString(display_, EGL_VERSION);
+        const char* vendor = eglQueryString(display_, EGL_VENDOR);
+        return std::string("EGL ") + (version ? version : "?") + " (" + (vendor ? vendor : "?") +
+               ")";
+    }
+
+  private:
+    EGLDisplay display_ = EGL_NO_DISPLAY;
+    EGLContext context_ = EGL_NO_CONTEXT;
+    EGLSurface surface_ = EGL_NO_SURFACE;
+};
+
+std::string shotPath(const std::string& folder, int frame) {
+    char name[32];
+    std::snprintf(name, sizeof name, "frame-%05d.png", frame);
+    return (std::filesystem::path(folder) / name).string();
+}
+
+int run(const Options& o) {
+    using Clock = std::chrono::steady_clock;
+    if (!o.screenshots.empty()) {
+        std::error_code ec;
+        std::filesystem::create_directories(o.screenshots, ec);
+        if (ec) throw Failure("cannot make " + o.screenshots + ": " + ec.message());
+    }
+
+    EglSession egl(o.width, o.height);
+    Scene scene(o.width, o.height);
+    if (!o.quiet) {
+        const auto* renderer = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
+        const auto* version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
+        std::printf("velour-demo: %dx%d, %d frames, %s, %s, %s, %s scene buffer\n", o.width,
+                    o.height, o.frames, egl.describe().c_str(), version ? version : "?",
+                    renderer ? renderer : "?", scene.hdr() ? "RGBA16F" : "RGBA8");
+    }
+
+    Clock::duration inFrame{}, writingFiles{};
+    const Clock::time_point start = Clock::now();
+    for (int frame = 1; frame <= o.frames; ++frame) {
+        const bool shot = !o.screenshots.empty() && (frame % o.shotEvery == 0 || frame == o.frames);
+        const Clock::time_point before = Clock::now();
+        scene.renderFrame(frame, shot);
+        inFrame += Clock::now() - before;
+        egl.swap();
+        if (shot) {
+            const std::vector<std::uint8_t> pixels = scene.readCapture();
+            // Encoding is not rendering: leave it out of the frame rate.
+            const Clock::time_point encoding = Clock::now();
+            const std::string path = shotPath(o.screenshots, frame);
+            std::string error;
+            if (!writePngFromGl(path, o.width, o.height, pixels, &error)) throw Failure(error);
+            writingFiles += Clock::now() - encoding;
+            if (!o.quiet) std::printf("wrote %s\n", path.c_str());
+        }
+        const std::string where = "frame " + std::to_string(frame);
+        checkGl(where.c_str());
+    }
+    const double seconds =
+        std::chrono::duration<double>(Clock::now() - start - writingFiles).count();
+    const double msPerFrame = std::chrono::duration<double, std::milli>(inFrame).count() / o.frames;
+    std::printf("frames: %d  fps: %.1f  render-thread ms/frame: %.2f\n", o.frames,
+                seconds > 0 ? o.frames / seconds : 0.0, msPerFrame);
+    return 0;
+}
+
+}  // namespace
+}  // namespace demo
+
+int main(int argc, char** argv) {
+    bool help = false;
+    demo::Options options;
+    try {
+        options = demo::parseOptions(argc, argv, &help);
+    } catch (const demo::UsageError& e) {
+        std::fprintf(stderr, "velour-demo: %s (see --help)\n", e.what());
+        return 2;
+    }
+    if (help) {
+        std::fputs(demo::kUsage, stdout);
+        return 0;
+    }
+    try {
+        return demo::run(options);
+    } catch (const std::exception& e) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "velour-demo: %s\n", e.what());
+        return 1;
+    }
+}

@@ -1,0 +1,73 @@
+// The game frame: shadow pass, lit main pass, post pass and HUD.
+#pragma once
+
+#include <GLES3/gl32.h>
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "hud.h"
+
+namespace demo {
+
+class Scene {
+  public:
+    // Needs a current ES 3 context; throws Failure when a resource cannot be made.
+    Scene(int width, int height);
+    ~Scene();
+    Scene(const Scene&) = delete;
+    Scene& operator=(const Scene&) = delete;
+
+    // Renders frame `frame` (counted from 1) into the default framebuffer.
+    // Everything animated depends on `frame` alone. With `capture`, the
+    // finished image is also read into the screenshot pack buffer.
+    void renderFrame(int frame, bool capture);
+
+    // The last captured image: RGBA, bottom row first.
+    std::vector<std::uint8_t> readCapture();
+
+    bool hdr() const { return hdr_; }
+
+  private:
+    struct Instance {
+        float model[16];
+        float color[4];
+    };
+
+    void waitForPreviousFrame();
+    void collectPreviousResults(int frame);
+    void updateDetailTexture(int frame);
+    void updateInstances(float t);
+    void drawScene(bool withQuery, int frame);
+
+    int width_, height_;
+    bool hdr_ = false;
+
+    GLuint staticVbo_ = 0, staticIbo_ = 0, instanceVbo_ = 0, postVbo_ = 0;
+    GLuint cubeVao_ = 0, plainVao_ = 0, postVao_ = 0;
+    GLuint shadowProgram_ = 0, litProgram_ = 0, postProgram_ = 0;
+    GLuint shadowDepth_ = 0, shadowFbo_ = 0;
+    GLuint sceneColor_ = 0, sceneDepth_ = 0, sceneFbo_ = 0;
+    GLuint detail_ = 0;
+    GLuint queries_[2] = {0, 0};
+    GLuint probePbo_[2] = {0, 0};
+    GLuint capturePbo_ = 0;
+    GLsync fence_ = nullptr;
+
+    struct {
+        GLint shadowLightViewProj, viewProj, lightViewProj, sunDirection, lights, emissive,
+            exposure;
+    } loc_{};
+
+    std::vector<Instance> instances_;
+    std::vector<std::uint8_t> detailPixels_;
+    std::int8_t sine_[256] = {};
+    float exposure_ = 1.0f;
+    bool targetVisible_ = true;
+    // What the per-frame uniforms need from updateInstances().
+    float targetModel_[16] = {};
+    std::unique_ptr<Hud> hud_;
+};
+
+}  // namespace demo
