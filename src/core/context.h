@@ -41,6 +41,15 @@ struct Context {
 
 extern Context context;
 
+// The log watcher looks at this from its own thread while start-up fills the
+// record.
+inline bool interceptionEnabled() {
+    return __atomic_load_n(&context.gameConfig.enabled, __ATOMIC_RELAXED);
+}
+inline void setInterceptionEnabled(bool enabled) {
+    __atomic_store_n(&context.gameConfig.enabled, enabled, __ATOMIC_RELAXED);
+}
+
 // The mode is one value for the process, read by every thread at every call
 // and changed once at most (the switch to immediate mode): relaxed atomic
 // access, which costs a plain load.

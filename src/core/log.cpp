@@ -146,7 +146,7 @@ class LogConfigWatcher {
 
     void poll() {
         // A process that the layer leaves alone pays nothing.
-        if (!context.gameConfig.enabled) return;
+        if (!interceptionEnabled()) return;
         try {
             const auto& config = utils::Configuration::global();
             double number = config.getf(_levelKey);

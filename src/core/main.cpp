@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -64,9 +65,17 @@ using namespace velour;
 extern "C" void velourInitialize(void* layerHandle,
                                  void* (*getNextProc)(void* layerHandle, char const* name)) {
     core::Context& context = core::context;
-    context.gameConfig = ctrl::getGameConfig();
-    if (context.gameConfig.runtimeMode >= 5) context.gameConfig.runtimeMode = core::MODE_DEFERRED;
-    if (!context.gameConfig.enabled) return;
+    GameConfig config = ctrl::getGameConfig();
+    if (config.runtimeMode >= 5) config.runtimeMode = core::MODE_DEFERRED;
+    // Field by field: the log watcher may be reading the interception flag.
+    std::memcpy(context.gameConfig.processName, config.processName, sizeof(config.processName));
+    context.gameConfig.game = config.game;
+    context.gameConfig.runtimeMode = config.runtimeMode;
+    context.gameConfig.fallback = config.fallback;
+    context.gameConfig.disableAnySamplesPassed = config.disableAnySamplesPassed;
+    context.gameConfig.disableEglTimeStamps = config.disableEglTimeStamps;
+    core::setInterceptionEnabled(config.enabled);
+    if (!config.enabled) return;
 
     context.replayProcess = utils::getProcessName() == core::REPLAY_PACKAGE;
 

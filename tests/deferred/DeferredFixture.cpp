@@ -9,7 +9,6 @@ void Deferred::SetUp() {
     drv::initRealGL(nullptr, fake::getNextProc);
     gles::initFunctionTable();
     saved = core::context.gameConfig;
-    core::context.gameConfig.enabled = true;
     core::DeferredExecutor::_fallbackImmediateMode = false;
     core::tlglobals = {nullptr, nullptr};
     fake::setHandler("eglCreateContext", [this](const fake::Call&) { return nextHandle++; });
@@ -20,7 +19,8 @@ void Deferred::SetUp() {
 
 void Deferred::TearDown() {
     if (context != EGL_NO_CONTEXT) unbindAndDestroy();
-    core::context.gameConfig = saved;
+    core::context.gameConfig.runtimeMode = saved.runtimeMode;
+    core::context.gameConfig.fallback = saved.fallback;
     core::DeferredExecutor::_fallbackImmediateMode = false;
     for (const char* key : {"de.job_queue_count", "orlo.de.job_queue_count", "de.fallback",
                             "de.sync_after_swap", "de.early_submission"})

@@ -4,6 +4,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <vector>
 
 #include "core/context.h"
@@ -33,7 +34,7 @@ protected:
     static EGLSurface surface() { return reinterpret_cast<EGLSurface>(0x20); }
 
     EGLContext context = EGL_NO_CONTEXT;
-    std::uint64_t nextHandle = 0x100;
+    std::atomic<std::uint64_t> nextHandle{0x100};
     GameConfig saved{};
 };
 

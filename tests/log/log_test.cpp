@@ -265,7 +265,7 @@ void set(const char* name, const char* value) {
 class LogSettings : public ::testing::Test {
   protected:
     void SetUp() override {
-        context.gameConfig.enabled = true;
+        setInterceptionEnabled(true);
         set(LEVEL, "4");
         set(LOCATION, "1");
         ASSERT_TRUE(soon([] { return severity() == LOG_INFO && sourceLocation(); }));
@@ -273,7 +273,7 @@ class LogSettings : public ::testing::Test {
     void TearDown() override {
         set(LEVEL, "4");
         soon([] { return severity() == LOG_INFO; });
-        context.gameConfig.enabled = false;
+        setInterceptionEnabled(false);
     }
 };
 
@@ -304,11 +304,11 @@ TEST_F(LogSettings, EmptyLocationPropertyKeepsTheSwitch) {
 }
 
 TEST_F(LogSettings, ProcessNotEnabledIgnoresTheProperties) {
-    context.gameConfig.enabled = false;
+    setInterceptionEnabled(false);
     set(LEVEL, "7");
     std::this_thread::sleep_for(1200ms);
     EXPECT_EQ(severity(), LOG_INFO);
-    context.gameConfig.enabled = true;
+    setInterceptionEnabled(true);
     EXPECT_TRUE(soon([] { return severity() == LOG_BABBLE; }));
 }
 

@@ -17,9 +17,7 @@ class CustomDeferredExecutor : public DeferredExecutor {
 public:
     explicit CustomDeferredExecutor(RenderContext* renderContext)
         : DeferredExecutor(renderContext),
-          handlers(Tracker::unique_ptr<Handlers>(Tracker::create<Handlers>(this))...) {
-        start();
-    }
+          handlers(Tracker::unique_ptr<Handlers>(Tracker::create<Handlers>(this))...) {}
 
     ~CustomDeferredExecutor() override {
         // Jobs may still refer to the handlers: replay them before the
@@ -55,7 +53,12 @@ class Executor final
                                     GLFenceSyncHandler, EGLSyncKHRHandler, ClientGLHandler,
                                     TextureHandler, QueryHandler, EglTimeHandler, MiscHandler> {
 public:
-    using CustomDeferredExecutor::CustomDeferredExecutor;
+    // The worker starts, and ends, while the object is whole: it makes a
+    // virtual call at its start.
+    explicit Executor(RenderContext* renderContext) : CustomDeferredExecutor(renderContext) {
+        start();
+    }
+    ~Executor() override { shutDown(); }
 };
 
 }  // namespace velour::core
