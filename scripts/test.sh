@@ -6,3 +6,5 @@ build=${VELOUR_BUILD_DIR:-$top/build}
 "$top/scripts/setup.sh"
 "$top/scripts/build.sh"
 ctest --test-dir "$build" --output-on-failure
+# The same tests built for 32-bit ARM and run under qemu-arm.
+"$top/scripts/test-armhf.sh"
