@@ -6,5 +6,7 @@ build=${VELOUR_BUILD_DIR:-$top/build}
 "$top/scripts/setup.sh"
 "$top/scripts/build.sh"
 ctest --test-dir "$build" --output-on-failure
+# The unit tests under the address, undefined-behaviour and thread sanitizers.
+"$top/scripts/test-sanitizers.sh"
 # The same tests built for 32-bit ARM and run under qemu-arm.
 "$top/scripts/test-armhf.sh"

@@ -66,6 +66,9 @@ struct ThreadGlobals {
     DeferredExecutor* executor;
 };
 
-extern thread_local ThreadGlobals tlglobals;
+// Defined here with its constant initial value, so that every reader knows
+// it needs no dynamic initialisation: a read is a plain thread-local load,
+// with no call through a wrapper function.
+inline thread_local ThreadGlobals tlglobals{nullptr, nullptr};
 
 }  // namespace velour::core

@@ -13,8 +13,6 @@
 
 namespace velour::core {
 
-thread_local ThreadGlobals tlglobals{nullptr, nullptr};
-
 namespace {
 
 // Entry of the effect library; null until registerTriggers finds it.
