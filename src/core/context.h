@@ -60,6 +60,17 @@ inline void setRuntimeMode(unsigned mode) {
     __atomic_store_n(&context.gameConfig.runtimeMode, mode, __ATOMIC_RELAXED);
 }
 
+// Every wrapper reads the thread's record first. The general model of a
+// loaded library's thread-locals costs a call per access; glibc keeps room
+// for a loaded library's initial-exec variables, which cost one load. The
+// device's linker refuses that model in a loaded library, so there the
+// toolchain's descriptor model stands.
+#if defined(__ANDROID__)
+#define VELOUR_TLS_MODEL
+#else
+#define VELOUR_TLS_MODEL __attribute__((tls_model("initial-exec")))
+#endif
+
 // What a thread has bound: both unowned, both null on a new thread.
 struct ThreadGlobals {
     RenderContext* renderContext;
@@ -69,6 +80,6 @@ struct ThreadGlobals {
 // Defined here with its constant initial value, so that every reader knows
 // it needs no dynamic initialisation: a read is a plain thread-local load,
 // with no call through a wrapper function.
-inline thread_local ThreadGlobals tlglobals{nullptr, nullptr};
+inline thread_local ThreadGlobals tlglobals VELOUR_TLS_MODEL{nullptr, nullptr};
 
 }  // namespace velour::core

@@ -89,6 +89,8 @@ bool JobQueue::submit(bool releaseBuffer, EGLDisplay display, EGLSurface surface
     std::uint32_t end = current->writeIndex.load(std::memory_order_acquire);
     current->submitIndex = end;
     workloads.push_back(Workload{current, begin, end, releaseBuffer, display, surface});
+    // Counted here rather than per call, to keep recording short.
+    statistics.jobsRecorded += end - begin;
     statistics.handOvers++;
     workAvailable.notify_one();
     if (inlineDrain) {
@@ -106,6 +108,11 @@ bool JobQueue::submit(bool releaseBuffer, EGLDisplay display, EGLSurface surface
         freeBuffers.pop_front();
     }
     return waited;
+}
+
+JobQueue::JobBuffer* JobQueue::makeRoom() {
+    submit(true, nullptr, nullptr);
+    return current;
 }
 
 void JobQueue::flushAndWait() {

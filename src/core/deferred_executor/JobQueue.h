@@ -63,16 +63,14 @@ public:
     void record(JobAction action, const Args& args) {
         JobBuffer* buffer = current;
         std::uint32_t index = buffer->writeIndex.load(std::memory_order_relaxed);
-        if (index == buffer->capacity) {
-            submit(true, nullptr, nullptr);
-            buffer = current;
-            index = buffer->writeIndex.load(std::memory_order_relaxed);
+        if (__builtin_expect(index == buffer->capacity, 0)) {
+            buffer = makeRoom();
+            index = 0;
         }
         Job& job = buffer->jobs[index];
         job.action = action;
         storeArgs(job, args);
         buffer->writeIndex.store(index + 1, std::memory_order_release);
-        statistics.jobsRecorded++;
     }
 
     // Hands over what was recorded since the last hand-over. Returns whether
@@ -80,6 +78,8 @@ public:
     bool submit(bool releaseBuffer, EGLDisplay display, EGLSurface surface);
     // Hands over and blocks until everything recorded so far has run.
     void flushAndWait();
+    // Hands over a full buffer and returns the next, which may mean a sleep.
+    __attribute__((noinline, cold)) JobBuffer* makeRoom();
     // Consumer: runs one workload; false when the consumer shall end.
     bool processNext();
     // Ends the consumer; work still queued is not run.
