@@ -1,6 +1,7 @@
 #include "TestSysroot.h"
 
 #include <fcntl.h>
+#include <ftw.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -43,6 +44,13 @@ TestSysroot::TestSysroot(bool bind) {
         setenv("VELOUR_SYSROOT", path.c_str(), 1);
         setenv("VELOUR_PROPERTY_STORE", store().c_str(), 1);
     }
+}
+
+TestSysroot::~TestSysroot() {
+    nftw(
+        path.c_str(),
+        [](const char* file, const struct stat*, int, struct FTW*) { return remove(file); }, 16,
+        FTW_DEPTH | FTW_PHYS);
 }
 
 std::vector<std::string> TestSysroot::environment() const {

@@ -12,6 +12,10 @@ class TestSysroot {
     // With bind false the folder is made but this process keeps its own
     // environment: for folders handed to child processes.
     explicit TestSysroot(bool bind = true);
+    // Removes the folder and all in it.
+    ~TestSysroot();
+    TestSysroot(const TestSysroot&) = delete;
+    TestSysroot& operator=(const TestSysroot&) = delete;
     // VELOUR_SYSROOT and VELOUR_PROPERTY_STORE naming this folder.
     std::vector<std::string> environment() const;
     const std::string& root() const { return path; }
