@@ -143,12 +143,18 @@ def gen_tables(entries):
     return '\n'.join(out) + '\n'
 
 
-# Calls whose wrappers hand over to a hand-written handler entry (name pools
-# and fences); the class lists put glWaitSync and eglWaitSyncKHR in class 1,
-# but their handles need the fence manager's translation too.
-HANDLED = {'glGenBuffers', 'glGenTextures', 'glGenFramebuffers', 'glFenceSync',
-           'glClientWaitSync', 'glWaitSync', 'glIsSync', 'glDeleteSync', 'glGetSynciv',
-           'eglCreateSyncKHR', 'eglDestroySyncKHR', 'eglClientWaitSyncKHR', 'eglWaitSyncKHR'}
+# Calls whose wrappers hand over to a hand-written handler entry, declared in
+# core/deferred_executor/HandledCalls.h, one set per handler. The class lists
+# put glWaitSync and eglWaitSyncKHR in class 1, but their handles need the
+# fence manager's translation too.
+HANDLED_BY = {
+    'GLNamesHandler': {'glGenBuffers', 'glGenTextures', 'glGenFramebuffers'},
+    'GLFenceSyncHandler': {'glFenceSync', 'glClientWaitSync', 'glWaitSync', 'glIsSync',
+                           'glDeleteSync', 'glGetSynciv'},
+    'EGLSyncKHRHandler': {'eglCreateSyncKHR', 'eglDestroySyncKHR', 'eglClientWaitSyncKHR',
+                          'eglWaitSyncKHR'},
+}
+HANDLED = set().union(*HANDLED_BY.values())
 
 # glGetProgramiv answers these on the game's thread, with no drain.
 IMMEDIATE_PNAMES = {'glGetProgramiv': ('pname', [35714, 34625])}
