@@ -1,8 +1,8 @@
 #!/bin/sh
 # An unchanged third-party program through velour-run: apitrace's eglretrace,
 # which dlopens EGL and GLES by soname through waffle. A trace of the test
-# program, captured without the loader, replays through the layer in modes 3
-# and 4 to the same image as without it.
+# program, captured without the loader, replays through the layer in every
+# runtime mode to the same image as without it.
 #   replay_test.sh VELOUR_RUN GLES_PROGRAM LAYER
 set -u
 run=$1 program=$2 layer=$3
@@ -21,7 +21,7 @@ eglretrace --headless -s - --snapshot-format=MD5 "$work/capture.trace" >"$work/p
 plain=$(image "$work/plain.log")
 [ -n "$plain" ] || fail "no image without the loader: $(cat "$work/plain.log")"
 
-for mode in 3 4; do
+for mode in 3 4 0 1 2; do
     sysroot=$work/sysroot-$mode
     VELOUR_LOADER_TRACE=1 "$run" --sysroot "$sysroot" --package com.velour.demo --mode "$mode" -- \
         eglretrace --headless -s - --snapshot-format=MD5 "$work/capture.trace" \
