@@ -56,6 +56,13 @@ void logBanner() {
         mode.c_str());
 }
 
+// The table's own copy of a known name, which lives as long as the process.
+const char* tableName(char const* name) {
+    for (const gles::EntryPoint& entry : gles::entryPoints)
+        if (std::strcmp(entry.name, name) == 0) return entry.name;
+    return nullptr;
+}
+
 }  // namespace
 
 }  // namespace velour::core
@@ -104,6 +111,12 @@ extern "C" void* velourGetProcAddress(char const* name, void* next) {
         bool known = false;
         void* slot = gles::hijackSlot(name, &known);
         return known ? slot : next;
+    }
+
+    // The interface log lists the entry points a game resolves, which the
+    // loader does on first use: logged here, the frame pays nothing for it.
+    if (config.runtimeMode == core::MODE_INTERFACE_LOG) {
+        if (const char* known = core::tableName(name)) core::g_interfaceLogger.logCall(known);
     }
 
     if (!core::context.replayProcess) {
