@@ -5,12 +5,14 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <thread>
 
 #include "core/deferred_executor/FrameDataPool.h"
 #include "core/deferred_executor/JobQueue.h"
 #include "core/deferred_executor/RawMemoryPool.h"
+#include "velour/gl_types.h"
 
 namespace velour::core {
 
@@ -58,10 +60,57 @@ public:
     static std::atomic<bool> _fallbackImmediateMode;
     static void raiseFallback() { _fallbackImmediateMode.store(true, std::memory_order_relaxed); }
 
+    // The last copy of a pixel pack buffer made after an asynchronous
+    // glReadPixels, kept for the game's map of that buffer.
+    struct ReadbackCache {
+        void* data = nullptr;    // a block of rawMemoryPools, kept between frames
+        std::uint32_t size = 0;  // bytes of data
+        GLuint buffer = 0;       // the pack buffer that was copied
+        bool valid = false;      // data holds a copy that no map has consumed
+        std::mutex mutex;        // the worker copies, the game's thread maps
+        GLsync fence = nullptr;  // set after the copy's map
+    };
+
     JobQueue queue;
     FrameDataPool* frameData;
+    ReadbackCache readbackCache;
     RawMemoryPoolMap rawMemoryPools;
     RenderContext* renderContext;
+
+    // The GL_UNPACK_* pixel-store values as the game last set them; the game's
+    // thread's alone, like the stream they describe.
+    int unpackSkipImages = 0;   // GL_UNPACK_SKIP_IMAGES
+    int unpackImageHeight = 0;  // GL_UNPACK_IMAGE_HEIGHT
+    int unpackRowLength = 0;    // GL_UNPACK_ROW_LENGTH
+    int unpackSkipRows = 0;     // GL_UNPACK_SKIP_ROWS
+    int unpackSkipPixels = 0;   // GL_UNPACK_SKIP_PIXELS
+    int unpackAlignment = 4;    // GL_UNPACK_ALIGNMENT
+    // The field that keeps an unpack pname, or null for any other pname.
+    int* unpackField(GLenum pname) {
+        switch (pname) {
+        case 0x806D:
+            return &unpackSkipImages;
+        case 0x806E:
+            return &unpackImageHeight;
+        case 0x0CF2:
+            return &unpackRowLength;
+        case 0x0CF3:
+            return &unpackSkipRows;
+        case 0x0CF4:
+            return &unpackSkipPixels;
+        case 0x0CF5:
+            return &unpackAlignment;
+        default:
+            return nullptr;
+        }
+    }
+    // What glGetIntegerv answers for an unpack pname; false for any other.
+    bool unpackParameter(GLenum pname, GLint* value) {
+        const int* field = unpackField(pname);
+        if (!field) return false;
+        *value = *field;
+        return true;
+    }
 
 protected:
     // Starts the worker in deferred mode; the most derived constructor calls

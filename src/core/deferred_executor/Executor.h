@@ -2,9 +2,11 @@
 
 #include <tuple>
 
+#include "core/deferred_executor/ClientGLHandler.h"
 #include "core/deferred_executor/DeferredExecutor.h"
 #include "core/deferred_executor/FenceSync.h"
 #include "core/deferred_executor/Handlers.h"
+#include "core/deferred_executor/ObjectHandlers.h"
 
 namespace velour::core {
 

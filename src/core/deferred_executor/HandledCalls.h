@@ -1,6 +1,8 @@
 #pragma once
 
+#include "core/deferred_executor/ClientCalls.h"
 #include "core/deferred_executor/Executor.h"
+#include "core/deferred_executor/ObjectCalls.h"
 #include "velour/gl_types.h"
 
 // The calls whose wrappers hand over to a handler once the common frame has

@@ -52,21 +52,4 @@ public:
     NamePool framebuffers;
 };
 
-// Handlers whose shadow state comes with the client-data work. Until then
-// their calls take the record-and-wait path, which is correct if slower.
-#define VELOUR_PLAIN_HANDLER(Name)                                          \
-    class Name {                                                            \
-    public:                                                                 \
-        explicit Name(core::DeferredExecutor* executor) : executor(executor) {} \
-        virtual ~Name() = default;                                          \
-        core::DeferredExecutor* executor;                                   \
-    };
-VELOUR_PLAIN_HANDLER(ProgramAndShaderHandler)
-VELOUR_PLAIN_HANDLER(ClientGLHandler)
-VELOUR_PLAIN_HANDLER(TextureHandler)
-VELOUR_PLAIN_HANDLER(QueryHandler)
-VELOUR_PLAIN_HANDLER(EglTimeHandler)
-VELOUR_PLAIN_HANDLER(MiscHandler)
-#undef VELOUR_PLAIN_HANDLER
-
 }  // namespace velour

@@ -1,0 +1,550 @@
+#include "core/deferred_executor/ClientGLHandler.h"
+
+#include <cstring>
+#include <limits>
+
+#include "core/deferred_executor/CopyParams.h"
+#include "core/render-context.h"
+
+namespace velour {
+
+namespace {
+
+constexpr GLenum ARRAY_BUFFER = 34962;
+constexpr GLenum ELEMENT_ARRAY_BUFFER = 34963;
+constexpr GLenum TEXTURE_2D = 3553;
+constexpr GLenum PRIMITIVE_RESTART_FIXED_INDEX = 36201;
+constexpr GLbitfield MAP_READ_BIT = 0x1;
+constexpr GLbitfield MAP_FLUSH_EXPLICIT_BIT = 0x10;
+constexpr GLbitfield MAP_PERSISTENT_BIT = 0x40;
+
+constexpr GLenum BYTE = 0x1400;
+constexpr GLenum UNSIGNED_BYTE = 0x1401;
+constexpr GLenum SHORT = 0x1402;
+constexpr GLenum UNSIGNED_SHORT = 0x1403;
+constexpr GLenum UNSIGNED_INT = 0x1405;
+constexpr GLenum HALF_FLOAT = 0x140B;
+constexpr GLenum UNSIGNED_INT_2_10_10_10_REV = 0x8368;
+constexpr GLenum INT_2_10_10_10_REV = 0x8D9F;
+
+constexpr GLenum READ_BUFFER = 0x0C02;
+constexpr GLenum TEXTURE_BINDING_2D = 0x8069;
+constexpr GLenum ACTIVE_TEXTURE = 0x84E0;
+constexpr GLenum VERTEX_ARRAY_BINDING = 0x85B5;
+constexpr GLenum COPY_READ_BUFFER_BINDING = 36662;
+constexpr GLenum SAMPLE_BUFFERS = 0x80A8;
+constexpr GLenum NUM_PROGRAM_BINARY_FORMATS = 0x87FE;
+constexpr GLenum PROGRAM_BINARY_FORMATS = 0x87FF;
+constexpr GLenum MAX_DRAW_BUFFERS = 0x8824;
+constexpr GLenum IMPLEMENTATION_COLOR_READ_TYPE = 0x8B9A;
+constexpr GLenum IMPLEMENTATION_COLOR_READ_FORMAT = 0x8B9B;
+
+constexpr GLenum VERTEX_ATTRIB_ARRAY_ENABLED = 0x8622;
+constexpr GLenum VERTEX_ATTRIB_ARRAY_SIZE = 0x8623;
+constexpr GLenum VERTEX_ATTRIB_ARRAY_STRIDE = 0x8624;
+constexpr GLenum VERTEX_ATTRIB_ARRAY_TYPE = 0x8625;
+constexpr GLenum VERTEX_ATTRIB_ARRAY_POINTER = 0x8645;
+constexpr GLenum VERTEX_ATTRIB_ARRAY_NORMALIZED = 0x886A;
+constexpr GLenum VERTEX_ATTRIB_ARRAY_BUFFER_BINDING = 0x889F;
+constexpr GLenum VERTEX_ATTRIB_ARRAY_INTEGER = 0x88FD;
+constexpr GLenum VERTEX_ATTRIB_ARRAY_DIVISOR = 0x88FE;
+
+constexpr GLenum BUFFER_MAPPED = 0x88BC;
+constexpr GLenum BUFFER_MAP_POINTER = 0x88BD;
+constexpr GLenum BUFFER_ACCESS_FLAGS = 0x911F;
+constexpr GLenum BUFFER_MAP_LENGTH = 0x9120;
+constexpr GLenum BUFFER_MAP_OFFSET = 0x9121;
+
+std::uint64_t attribBit(GLuint index) {
+    return index < 32 ? std::uint64_t(1) << index : 0;
+}
+
+std::uintptr_t elementSize(GLenum type, GLint size) {
+    switch (type) {
+        case BYTE:
+        case UNSIGNED_BYTE:
+            return static_cast<std::uintptr_t>(size);
+        case SHORT:
+        case UNSIGNED_SHORT:
+        case HALF_FLOAT:
+            return static_cast<std::uintptr_t>(size) * 2;
+        case UNSIGNED_INT_2_10_10_10_REV:
+        case INT_2_10_10_10_REV:
+            return 4;
+        default:  // INT, UNSIGNED_INT, FLOAT, FIXED and anything unknown
+            return static_cast<std::uintptr_t>(size) * 4;
+    }
+}
+
+std::size_t indexSize(GLenum type) {
+    if (type == UNSIGNED_INT) return 4;
+    if (type == UNSIGNED_BYTE) return 1;
+    return 2;
+}
+
+template <typename T>
+GLuint maxIndex(const T* indices, GLsizei count, bool restart) {
+    if (!restart) {
+        T largest = indices[0];
+        for (GLsizei i = 1; i < count; ++i)
+            if (indices[i] > largest) largest = indices[i];
+        return largest;
+    }
+    // The restart index marks a cut, not a vertex.
+    constexpr T cut = std::numeric_limits<T>::max();
+    T largest = 0;
+    for (GLsizei i = 0; i < count; ++i)
+        if (indices[i] != cut && indices[i] > largest) largest = indices[i];
+    return largest;
+}
+
+void setPointer(GLuint index, GLint size, GLenum type, bool isInteger, bool normalized,
+                GLsizei stride, const void* pointer) {
+    if (isInteger)
+        hijack::glVertexAttribIPointer(index, size, type, stride, pointer);
+    else
+        hijack::glVertexAttribPointer(index, size, type, normalized, stride, pointer);
+}
+
+// Client pointers are only client pointers with no array buffer bound; the
+// worker's binding follows the game's, so it is lifted around them.
+void clientDrawJob(void* args) {
+    auto* a = static_cast<const ClientGLHandler::ClientDrawArgs*>(args);
+    if (a->arrayBuffer) hijack::glBindBuffer(ARRAY_BUFFER, 0);
+    const ClientGLHandler::ClientDrawState& s = *a->state;
+    for (std::uint32_t i = 0; i < s.attribCount; ++i) {
+        const ClientGLHandler::ClientAttrib& c = s.attribs[i];
+        setPointer(c.index, c.size, c.type, c.isInteger, c.normalized, c.stride, c.pointer);
+    }
+    a->draw(*a);
+    if (a->arrayBuffer) hijack::glBindBuffer(ARRAY_BUFFER, a->arrayBuffer);
+}
+
+struct LiveApplyArgs {
+    ClientGLHandler* handler;
+    GLuint arrayBuffer;
+};
+
+void liveApplyJob(void* args) {
+    auto* a = static_cast<const LiveApplyArgs*>(args);
+    if (a->arrayBuffer) hijack::glBindBuffer(ARRAY_BUFFER, 0);
+    const auto& attribs = a->handler->attribs;
+    for (std::size_t i = 0; i < attribs.size(); ++i) {
+        const ClientGLHandler::VertexAttribPointer& p = attribs[i];
+        if (p.isClient)
+            setPointer(static_cast<GLuint>(i), p.size, p.type, p.isInteger, p.normalized, p.stride,
+                       p.pointer);
+    }
+    if (a->arrayBuffer) hijack::glBindBuffer(ARRAY_BUFFER, a->arrayBuffer);
+}
+
+struct UnmapArgs {
+    GLenum target;
+    std::int32_t offset;
+    std::int32_t length;
+    GLbitfield access;
+    void* shadow;
+};
+
+// The real map happens here, in stream order, so the buffer is as the jobs
+// before left it. The whole range goes back, whatever the game touched.
+void unmapJob(void* args) {
+    auto* a = static_cast<const UnmapArgs*>(args);
+    void* mapped = hijack::glMapBufferRange(a->target, a->offset, a->length, a->access);
+    if (!mapped) return;
+    std::memcpy(mapped, a->shadow, static_cast<std::size_t>(a->length));
+    // Under explicit flushing an unflushed range would be undefined after
+    // the unmap; the game wrote it all as far as we can tell.
+    if (a->access & MAP_FLUSH_EXPLICIT_BIT)
+        hijack::glFlushMappedBufferRange(a->target, 0, a->length);
+    hijack::glUnmapBuffer(a->target);
+    core::FixedSizeRawMemoryPool::release(a->shadow);
+}
+
+}  // namespace
+
+ClientGLHandler::ClientGLHandler(core::DeferredExecutor* executor) : executor(executor) {
+    attribs.reserve(16);
+}
+
+// A write map that was never unmapped keeps its block: its pool goes with the
+// executor.
+ClientGLHandler::~ClientGLHandler() = default;
+
+GLuint& ClientGLHandler::binding(GLenum target) {
+    if (target == ELEMENT_ARRAY_BUFFER && boundVertexArray != 0)
+        return vertexArrayElementBuffers[boundVertexArray];
+    return bufferBindings[target];
+}
+
+void ClientGLHandler::bindVertexArray(GLuint array) {
+    if (array != 0) vertexArrayElementBuffers[array];
+    boundVertexArray = array;
+}
+
+void ClientGLHandler::deleteVertexArrays(GLsizei n, const GLuint* arrays) {
+    if (n < 1 || !arrays) return;
+    for (GLsizei i = 0; i < n; ++i) {
+        if (!vertexArrayElementBuffers.erase(arrays[i])) continue;
+        if (arrays[i] == boundVertexArray) boundVertexArray = 0;
+    }
+}
+
+void ClientGLHandler::deleteBuffers(GLsizei n, const GLuint* buffers) {
+    if (n < 1 || !buffers) return;
+    auto forget = [&](auto, GLuint& bound) {
+        for (GLsizei i = 0; i < n; ++i)
+            if (bound == buffers[i]) bound = 0;
+    };
+    bufferBindings.forEach(forget);
+    vertexArrayElementBuffers.forEach(forget);
+    // Deleting a mapped buffer unmaps it: the block is ours to reuse, as no
+    // job refers to it before the unmap.
+    for (GLsizei i = 0; i < n; ++i) {
+        if (MapBufferRange* map = mappedBuffers.find(buffers[i])) {
+            core::FixedSizeRawMemoryPool::release(map->shadow);
+            mappedBuffers.erase(buffers[i]);
+        }
+    }
+}
+
+void ClientGLHandler::deleteTextures(GLsizei n, const GLuint* textures) {
+    if (n < 1 || !textures) return;
+    texture2DBindings.forEach([&](auto, GLuint& bound) {
+        for (GLsizei i = 0; i < n; ++i)
+            if (bound == textures[i]) bound = 0;
+    });
+}
+
+void ClientGLHandler::bindTexture(GLenum target, GLuint texture) {
+    if (target == TEXTURE_2D) texture2DBindings[activeTexture] = texture;
+}
+
+void ClientGLHandler::setCapability(GLenum cap, bool on) {
+    if (cap == PRIMITIVE_RESTART_FIXED_INDEX) primitiveRestart = on;
+}
+
+ClientGLHandler::VertexAttribPointer* ClientGLHandler::attrib(GLuint index) {
+    if (boundVertexArray != 0 || index >= MAX_SHADOWED_ATTRIBS) return nullptr;
+    if (index >= attribs.size()) attribs.resize(index + 1);
+    return &attribs[index];
+}
+
+void ClientGLHandler::enableAttribArray(GLuint index, bool on) {
+    VertexAttribPointer* a = attrib(index);
+    if (!a) return;
+    a->enabled = on;
+    if (on)
+        enabledMask |= attribBit(index);
+    else
+        enabledMask &= ~attribBit(index);
+}
+
+void ClientGLHandler::attribDivisor(GLuint index, GLuint divisor) {
+    if (VertexAttribPointer* a = attrib(index)) a->divisor = divisor;
+}
+
+bool ClientGLHandler::attribPointer(GLuint index, GLint size, GLenum type, bool normalized,
+                                    GLsizei stride, const void* pointer, bool isInteger) {
+    VertexAttribPointer* a = attrib(index);
+    if (!a) return false;
+    a->size = size;
+    a->type = type;
+    a->normalized = normalized;
+    a->stride = stride;
+    a->pointer = pointer;
+    a->isInteger = isInteger;
+    a->isClient = binding(ARRAY_BUFFER) == 0;
+    if (a->isClient) {
+        clientMask |= attribBit(index);
+        return true;
+    }
+    clientMask &= ~attribBit(index);
+    return false;
+}
+
+ClientGLHandler::ClientDrawState* ClientGLHandler::copyClientArrays(GLint first, GLsizei count,
+                                                                    GLsizei instanceCount) {
+    core::FrameDataPool& pool = *executor->frameData;
+    auto* state = static_cast<ClientDrawState*>(pool.allocate((sizeof(ClientDrawState) + 7) & ~7u));
+    state->indexCount = 0;
+    state->indexType = 0;
+    state->indices = nullptr;
+
+    Interval pending[MAX_CLIENT_ATTRIBS];
+    std::uint32_t n = 0;
+    std::uint64_t client = enabledMask & clientMask;
+    while (client) {
+        auto index = static_cast<GLuint>(__builtin_ctzll(client));
+        client &= client - 1;
+        const VertexAttribPointer& a = attribs[index];
+        if (!a.pointer) continue;
+        std::uintptr_t e = elementSize(a.type, a.size);
+        std::uintptr_t t = a.stride ? static_cast<std::uintptr_t>(a.stride) : e;
+        std::uintptr_t s = reinterpret_cast<std::uintptr_t>(a.pointer);
+        std::uintptr_t m;
+        if (a.divisor == 0) {
+            m = static_cast<std::uintptr_t>(count);
+            s += t * static_cast<std::uintptr_t>(first);
+        } else {
+            m = instanceCount >= 1
+                    ? (static_cast<std::uintptr_t>(instanceCount) + a.divisor - 1) / a.divisor
+                    : 1;
+        }
+        state->attribs[n] =
+            ClientAttrib{index, a.size, a.type, a.isInteger, a.normalized, a.stride, nullptr};
+        auto* members = static_cast<IntervalMember*>(
+            pool.allocate(sizeof(IntervalMember) * MAX_CLIENT_ATTRIBS));
+        members[0] = IntervalMember{static_cast<std::uint8_t>(n), 0};
+        pending[n] = Interval{s, s + (m - 1) * t + e, nullptr, members, 1};
+        n++;
+    }
+    state->attribCount = n;
+
+    // Insertion sort: a handful of attributes, often already in order.
+    for (std::uint32_t i = 1; i < n; ++i) {
+        Interval moving = pending[i];
+        std::uint32_t j = i;
+        for (; j > 0 && pending[j - 1].start > moving.start; --j) pending[j] = pending[j - 1];
+        pending[j] = moving;
+    }
+
+    // Interleaved attributes overlap and become one range with offsets.
+    auto* merged =
+        static_cast<Interval*>(pool.allocate((sizeof(Interval) * (n ? n : 1) + 7) & ~7u));
+    std::uint32_t mergedCount = 0;
+    for (std::uint32_t i = 0; i < n; ++i) {
+        const Interval& next = pending[i];
+        if (mergedCount > 0 && next.start <= merged[mergedCount - 1].end) {
+            Interval& current = merged[mergedCount - 1];
+            current.members[current.memberCount++] = IntervalMember{
+                next.members[0].slot, static_cast<std::uint32_t>(next.start - current.start)};
+            if (next.end > current.end) current.end = next.end;
+        } else {
+            merged[mergedCount++] = next;
+        }
+    }
+    for (std::uint32_t i = 0; i < mergedCount; ++i) {
+        Interval& range = merged[i];
+        range.copy = const_cast<void*>(core::copyBytes(
+            pool, reinterpret_cast<const void*>(range.start), range.end - range.start));
+        for (std::uint32_t k = 0; k < range.memberCount; ++k)
+            state->attribs[range.members[k].slot].pointer =
+                static_cast<const unsigned char*>(range.copy) + range.members[k].offset;
+    }
+    state->intervalCount = mergedCount;
+    state->intervals = merged;
+    return state;
+}
+
+GLuint ClientGLHandler::largestIndex(GLsizei count, GLenum type, const void* indices) const {
+    if (!indices || count < 1) return 0;
+    if (type == UNSIGNED_INT)
+        return maxIndex(static_cast<const GLuint*>(indices), count, primitiveRestart);
+    if (type == UNSIGNED_BYTE)
+        return maxIndex(static_cast<const GLubyte*>(indices), count, primitiveRestart);
+    return maxIndex(static_cast<const GLushort*>(indices), count, primitiveRestart);
+}
+
+const void* ClientGLHandler::copyIndices(GLsizei count, GLenum type, const void* indices) {
+    return core::copyArray(*executor->frameData, indices, count, indexSize(type));
+}
+
+void ClientGLHandler::recordClientDraw(const ClientDrawArgs& args) {
+    executor->queue.record(&clientDrawJob, args);
+}
+
+void ClientGLHandler::recordLiveApply() {
+    executor->queue.record(&liveApplyJob, LiveApplyArgs{this, binding(ARRAY_BUFFER)});
+}
+
+GLint ClientGLHandler::readInteger(GLenum pname, GLint* into) {
+    core::syncCall<hijack::glGetIntegerv>(executor->queue, pname, into);
+    return *into;
+}
+
+bool ClientGLHandler::getIntegerv(GLenum pname, GLint* data) {
+    switch (pname) {
+        case READ_BUFFER:
+            *data = static_cast<GLint>(readBuffer);
+            return true;
+        case TEXTURE_BINDING_2D:
+            *data = static_cast<GLint>(texture2DBindings[activeTexture]);
+            return true;
+        case ACTIVE_TEXTURE:
+            *data = static_cast<GLint>(activeTexture);
+            return true;
+        case VERTEX_ARRAY_BINDING:
+            *data = static_cast<GLint>(boundVertexArray);
+            return true;
+        case COPY_READ_BUFFER_BINDING:
+            // glBindBuffer files GL_COPY_READ_BUFFER under this same number.
+            *data = static_cast<GLint>(bufferBindings[pname]);
+            return true;
+        case SAMPLE_BUFFERS: {
+            EGLContext current =
+                executor->renderContext ? executor->renderContext->context : nullptr;
+            if (sampleBuffersContext != current || current == EGL_NO_CONTEXT) {
+                readInteger(pname, &sampleBuffers);
+                sampleBuffersContext = current;
+            }
+            *data = sampleBuffers;
+            return true;
+        }
+        case NUM_PROGRAM_BINARY_FORMATS:
+            if (numProgramBinaryFormats == -1) readInteger(pname, &numProgramBinaryFormats);
+            *data = numProgramBinaryFormats;
+            return true;
+        case PROGRAM_BINARY_FORMATS:
+            if (numProgramBinaryFormats < 1) return false;
+            if (programBinaryFormats.empty()) {
+                programBinaryFormats.resize(static_cast<std::size_t>(numProgramBinaryFormats));
+                readInteger(pname, programBinaryFormats.data());
+            }
+            std::memcpy(data, programBinaryFormats.data(),
+                        programBinaryFormats.size() * sizeof(GLint));
+            return true;
+        case MAX_DRAW_BUFFERS:
+            if (maxDrawBuffers == 0) readInteger(pname, &maxDrawBuffers);
+            *data = maxDrawBuffers;
+            return true;
+        case IMPLEMENTATION_COLOR_READ_TYPE:
+        case IMPLEMENTATION_COLOR_READ_FORMAT: {
+            CachedInt& cached = pname == IMPLEMENTATION_COLOR_READ_TYPE
+                                    ? implementationColorReadType
+                                    : implementationColorReadFormat;
+            if (!cached.valid) {
+                readInteger(pname, &cached.value);
+                cached.valid = true;
+            }
+            *data = cached.value;
+            return true;
+        }
+        default:
+            // The unpack pixel-store values (GL_UNPACK_*) belong to the pixel-store
+            // shadow of the texture handler; until it answers them, they are read
+            // from the driver like any other pname.
+            return false;
+    }
+}
+
+bool ClientGLHandler::vertexAttrib(GLuint index, GLenum pname, GLint& value) const {
+    if (boundVertexArray != 0 || index >= attribs.size()) return false;
+    const VertexAttribPointer& a = attribs[index];
+    switch (pname) {
+        case VERTEX_ATTRIB_ARRAY_ENABLED:
+            value = a.enabled;
+            return true;
+        case VERTEX_ATTRIB_ARRAY_SIZE:
+            value = a.size;
+            return true;
+        case VERTEX_ATTRIB_ARRAY_STRIDE:
+            value = a.stride;
+            return true;
+        case VERTEX_ATTRIB_ARRAY_TYPE:
+            value = static_cast<GLint>(a.type);
+            return true;
+        case VERTEX_ATTRIB_ARRAY_NORMALIZED:
+            value = a.normalized;
+            return true;
+        case VERTEX_ATTRIB_ARRAY_INTEGER:
+            value = a.isInteger;
+            return true;
+        case VERTEX_ATTRIB_ARRAY_DIVISOR:
+            value = static_cast<GLint>(a.divisor);
+            return true;
+        case VERTEX_ATTRIB_ARRAY_BUFFER_BINDING:
+            // Which buffer a non-client attribute reads is the driver's to say.
+            if (!a.isClient) return false;
+            value = 0;
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool ClientGLHandler::vertexAttribPointer(GLuint index, GLenum pname, void** pointer) const {
+    if (boundVertexArray != 0 || pname != VERTEX_ATTRIB_ARRAY_POINTER || index >= attribs.size())
+        return false;
+    *pointer = const_cast<void*>(attribs[index].pointer);
+    return true;
+}
+
+bool ClientGLHandler::bufferParameter(GLenum target, GLenum pname, GLint64& value) {
+    const MapBufferRange* map = mappedBuffers.find(binding(target));
+    if (!map) return false;
+    switch (pname) {
+        case BUFFER_MAPPED:
+            value = 1;
+            return true;
+        case BUFFER_ACCESS_FLAGS:
+            value = map->access;
+            return true;
+        case BUFFER_MAP_LENGTH:
+            value = map->length;
+            return true;
+        case BUFFER_MAP_OFFSET:
+            value = map->offset;
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool ClientGLHandler::bufferPointer(GLenum target, GLenum pname, void** params) {
+    if (pname != BUFFER_MAP_POINTER) return false;
+    const MapBufferRange* map = mappedBuffers.find(binding(target));
+    if (!map) return false;
+    *params = map->shadow;
+    return true;
+}
+
+void* ClientGLHandler::mapForWrite(GLenum target, GLintptr offset, GLsizeiptr length,
+                                   GLbitfield access) {
+    GLuint buffer = binding(target);
+    // A persistent map stays in use by draws while mapped; only the driver's
+    // own memory can serve it.
+    if (buffer == 0 || (access & (MAP_READ_BIT | MAP_PERSISTENT_BIT))) return nullptr;
+    // Out-of-range arguments are the driver's to refuse.
+    constexpr auto LIMIT = std::numeric_limits<std::int32_t>::max();
+    if (length < 1 || length > LIMIT || offset < 0 || offset > LIMIT) return nullptr;
+    void* shadow = executor->rawMemoryPools.allocate(static_cast<std::uint32_t>(length));
+    if (!shadow) return nullptr;
+    MapBufferRange& map = mappedBuffers[buffer];
+    if (map.shadow) core::FixedSizeRawMemoryPool::release(map.shadow);
+    map = MapBufferRange{target, static_cast<std::int32_t>(offset),
+                         static_cast<std::int32_t>(length), access, shadow};
+    return shadow;
+}
+
+bool ClientGLHandler::unmapWritten(GLenum target) {
+    GLuint buffer = binding(target);
+    if (buffer == 0) return false;
+    const MapBufferRange* map = mappedBuffers.find(buffer);
+    if (!map) return false;
+    // The unmap's target: the buffer is bound there when the job runs.
+    executor->queue.record(&unmapJob,
+                           UnmapArgs{target, map->offset, map->length, map->access, map->shadow});
+    mappedBuffers.erase(buffer);
+    return true;
+}
+
+bool ClientGLHandler::isMappedForWrite(GLenum target) {
+    return mappedBuffers.contains(binding(target));
+}
+
+void ClientGLHandler::drawBuffers(GLsizei n, const GLenum* bufs) {
+    if (maxDrawBuffers == 0) {
+        // The limit is learnt with the first call itself, which the driver so
+        // sees twice, to the same effect.
+        core::recordCall<hijack::glGetIntegerv>(executor->queue, MAX_DRAW_BUFFERS, &maxDrawBuffers);
+        core::recordCall<hijack::glDrawBuffers>(executor->queue, n, bufs);
+        executor->queue.flushAndWait();
+    }
+    // Refused arguments still reach the driver, which reports them.
+    core::recordCall<hijack::glDrawBuffers>(
+        executor->queue, n,
+        static_cast<const GLenum*>(core::copyArray(*executor->frameData, bufs, n, sizeof(GLenum))));
+}
+
+}  // namespace velour

@@ -1,0 +1,448 @@
+// Client-side data: what a draw copies, where the driver finds it, what is
+// answered without a drain, and which draws count towards early submission.
+#include <algorithm>
+#include <map>
+
+#include "DeferredFixture.h"
+
+using namespace velour;
+using velour::test::Deferred;
+
+namespace {
+
+constexpr GLenum TRIANGLES = 4;
+constexpr GLenum FLOAT = 0x1406;
+constexpr GLenum UNSIGNED_BYTE = 0x1401;
+constexpr GLenum UNSIGNED_SHORT = 0x1403;
+constexpr GLenum ARRAY_BUFFER = 34962;
+constexpr GLenum ELEMENT_ARRAY_BUFFER = 34963;
+constexpr GLenum COPY_READ_BUFFER = 36662;
+constexpr GLenum MAP_WRITE = 0x2;
+constexpr GLenum MAP_READ = 0x1;
+
+template <typename T = void>
+T* ptr(std::uint64_t bits) {
+    return reinterpret_cast<T*>(static_cast<std::uintptr_t>(bits));
+}
+
+class Client : public Deferred {
+  protected:
+    void SetUp() override {
+        Deferred::SetUp();
+        bind(core::MODE_DEFERRED);
+        fake::clearCalls();
+    }
+    ClientGLHandler& handler() { return executor().handler<ClientGLHandler>(); }
+    std::uint64_t drains() { return executor().counters().drains; }
+    std::uint64_t handOvers() { return executor().counters().handOvers; }
+    std::uint32_t recorded() { return executor().queue.currentBuffer()->writeIndex; }
+
+    // Keeps, at replay, the floats each attribute's driver pointer shows to
+    // a draw, read when the draw reaches the driver.
+    void watchDraws(const char* draw, int floats) {
+        fake::setHandler("glVertexAttribPointer", [this](const fake::Call& c) {
+            pointers[c.args[0].bits] = ptr<const float>(c.args[5].bits);
+            return 0;
+        });
+        fake::setHandler(draw, [this, floats](const fake::Call&) {
+            for (auto& [index, p] : pointers) seen[index].assign(p, p + floats);
+            return 0;
+        });
+    }
+    std::map<std::uint64_t, const float*> pointers;
+    std::map<std::uint64_t, std::vector<float>> seen;
+};
+
+// --- What a draw copies ------------------------------------------------------
+
+TEST_F(Client, DrawArraysCopiesFromFirstAndTheDriverDrawsFromZero) {
+    std::vector<float> game(32);
+    for (int i = 0; i < 32; ++i) game[i] = float(i);
+    watchDraws("glDrawArrays", 8);
+
+    gl_deferred_glEnableVertexAttribArray(0);
+    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game.data());
+    gl_deferred_glDrawArrays(TRIANGLES, 8, 4);
+    // The game may reuse its memory as soon as the call returns.
+    std::fill(game.begin(), game.end(), -1.f);
+    gl_deferred_glFinish();
+
+    auto draws = fake::callsOf("glDrawArrays");
+    ASSERT_EQ(draws.size(), 1u);
+    EXPECT_EQ(draws[0].args[1].bits, 0u) << "first went into the copy";
+    EXPECT_EQ(draws[0].args[2].bits, 4u);
+    auto pointer = fake::callsOf("glVertexAttribPointer");
+    ASSERT_EQ(pointer.size(), 1u) << "the pointer reaches the driver with the draw only";
+    EXPECT_NE(ptr<const float>(pointer[0].args[5].bits), game.data());
+    EXPECT_EQ(seen[0], (std::vector<float>{16, 17, 18, 19, 20, 21, 22, 23}));
+}
+
+TEST_F(Client, InterleavedAttributesAreOneRangeWithMemberOffsets) {
+    struct Vertex {
+        float position[3];
+        unsigned char color[4];
+    } vertices[4] = {};
+    gl_deferred_glEnableVertexAttribArray(0);
+    gl_deferred_glEnableVertexAttribArray(1);
+    // Declared in the other order on purpose: ranges are sorted by address.
+    gl_deferred_glVertexAttribPointer(1, 4, UNSIGNED_BYTE, 1, sizeof(Vertex), vertices[0].color);
+    gl_deferred_glVertexAttribPointer(0, 3, FLOAT, 0, sizeof(Vertex), vertices[0].position);
+
+    auto* state = handler().copyClientArrays(1, 3, 0);
+    ASSERT_EQ(state->attribCount, 2u);
+    ASSERT_EQ(state->intervalCount, 1u);
+    const auto& range = state->intervals[0];
+    EXPECT_EQ(range.start, reinterpret_cast<std::uintptr_t>(&vertices[1]));
+    EXPECT_EQ(range.end - range.start, 2 * sizeof(Vertex) + 12 + 4) << "to the last color's end";
+    ASSERT_EQ(range.memberCount, 2u);
+    EXPECT_EQ(range.members[1].offset, 12u);
+    const auto* copy = static_cast<const unsigned char*>(range.copy);
+    for (std::uint32_t i = 0; i < 2; ++i) {
+        const auto& a = state->attribs[i];
+        EXPECT_EQ(static_cast<const unsigned char*>(a.pointer), copy + (a.index == 0 ? 0 : 12));
+        EXPECT_EQ(a.stride, GLsizei(sizeof(Vertex)));
+    }
+}
+
+TEST_F(Client, SeparateArraysAndPerInstanceArraysAreCopiedByTheirOwnCounts) {
+    float positions[16] = {}, offsets[16] = {};
+    gl_deferred_glEnableVertexAttribArray(0);
+    gl_deferred_glEnableVertexAttribArray(2);
+    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, positions);
+    gl_deferred_glVertexAttribPointer(2, 1, FLOAT, 0, 0, offsets);
+    gl_deferred_glVertexAttribDivisor(2, 2);
+
+    auto* state = handler().copyClientArrays(2, 4, 5);
+    ASSERT_EQ(state->intervalCount, 2u);
+    std::map<std::uintptr_t, std::uintptr_t> sizes;
+    for (std::uint32_t i = 0; i < 2; ++i)
+        sizes[state->intervals[i].start] = state->intervals[i].end - state->intervals[i].start;
+    EXPECT_EQ(sizes[reinterpret_cast<std::uintptr_t>(positions + 4)], 4 * 8u);
+    EXPECT_EQ(sizes[reinterpret_cast<std::uintptr_t>(offsets)], 3 * 4u)
+        << "5 instances at a divisor of 2 read 3 elements, from the start";
+
+    auto* single = handler().copyClientArrays(0, 1, 0);
+    for (std::uint32_t i = 0; i < single->intervalCount; ++i) {
+        if (single->intervals[i].start == reinterpret_cast<std::uintptr_t>(offsets)) {
+            EXPECT_EQ(single->intervals[i].end - single->intervals[i].start, 4u)
+                << "no instance count still reads one element";
+        }
+    }
+}
+
+TEST_F(Client, BaseVertexStartsTheCopyThereAndTheDriverGetsZero) {
+    float game[32];
+    for (int i = 0; i < 32; ++i) game[i] = float(i);
+    GLushort indices[] = {0, 2, 1};
+    watchDraws("glDrawElementsBaseVertex", 2);
+    std::vector<GLushort> driverIndices;
+    fake::setHandler("glDrawElementsBaseVertex", [&](const fake::Call& c) {
+        seen[0].assign(pointers[0], pointers[0] + 2);
+        auto* i = ptr<const GLushort>(c.args[3].bits);
+        driverIndices.assign(i, i + c.args[1].bits);
+        return 0;
+    });
+    gl_deferred_glEnableVertexAttribArray(0);
+    gl_deferred_glVertexAttribPointer(0, 1, FLOAT, 0, 0, game);
+    gl_deferred_glDrawElementsBaseVertex(TRIANGLES, 3, UNSIGNED_SHORT, indices, 5);
+    indices[1] = 9;
+    gl_deferred_glFinish();
+
+    auto draw = fake::callsOf("glDrawElementsBaseVertex");
+    ASSERT_EQ(draw.size(), 1u);
+    EXPECT_EQ(draw[0].args[4].bits, 0u);
+    EXPECT_NE(ptr<const GLushort>(draw[0].args[3].bits), indices);
+    EXPECT_EQ(seen[0], (std::vector<float>{5, 6}));
+    EXPECT_EQ(driverIndices, (std::vector<GLushort>{0, 2, 1}));
+}
+
+TEST_F(Client, LargestIndexSkipsTheRestartIndexOnlyWhenRestartIsOn) {
+    GLushort shorts[] = {0, 3, 0xFFFF, 1};
+    GLubyte bytes[] = {7, 0xFF};
+    GLuint ints[] = {4};
+    EXPECT_EQ(handler().largestIndex(4, UNSIGNED_SHORT, shorts), 0xFFFFu);
+    EXPECT_EQ(handler().largestIndex(1, 0x1405, ints), 4u);
+    gl_deferred_glEnable(36201);
+    EXPECT_EQ(handler().largestIndex(4, UNSIGNED_SHORT, shorts), 3u);
+    EXPECT_EQ(handler().largestIndex(2, UNSIGNED_BYTE, bytes), 7u);
+    gl_deferred_glDisable(36201);
+    EXPECT_EQ(handler().largestIndex(2, UNSIGNED_BYTE, bytes), 0xFFu);
+    EXPECT_EQ(fake::callsOf("glEnable").size() + fake::callsOf("glDisable").size(), 0u)
+        << "recorded, not yet replayed";
+    gl_deferred_glFinish();
+    EXPECT_EQ(fake::callsOf("glEnable").size(), 1u);
+}
+
+// --- Which path a draw takes ---------------------------------------------------
+
+TEST_F(Client, ClientArraysWithAnElementBufferApplyTheGamePointersAndWait) {
+    float game[8] = {};
+    gl_deferred_glEnableVertexAttribArray(0);
+    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game);
+    gl_deferred_glBindBuffer(ARRAY_BUFFER, 6);
+    gl_deferred_glBindBuffer(ELEMENT_ARRAY_BUFFER, 4);
+    auto before = drains();
+    gl_deferred_glDrawElements(TRIANGLES, 3, UNSIGNED_SHORT, ptr(0x10));
+    EXPECT_EQ(drains(), before + 1);
+
+    auto calls = fake::calls();
+    auto at = std::find_if(calls.begin(), calls.end(), [](const fake::Call& c) {
+        return std::string(c.name) == "glVertexAttribPointer";
+    });
+    ASSERT_TRUE(at != calls.end() && at - calls.begin() >= 1 && calls.end() - at >= 3);
+    // Unbound around the pointer, so that it is taken as client memory.
+    EXPECT_STREQ((at - 1)->name, "glBindBuffer");
+    EXPECT_EQ((at - 1)->args[1].bits, 0u);
+    EXPECT_STREQ((at + 1)->name, "glBindBuffer");
+    EXPECT_EQ((at + 1)->args[1].bits, 6u) << "the array buffer is bound back";
+    EXPECT_STREQ((at + 2)->name, "glDrawElements");
+    EXPECT_EQ(ptr<float>(at->args[5].bits), game);
+    EXPECT_EQ((at + 2)->args[3].bits, 0x10u);
+}
+
+TEST_F(Client, AVertexArrayBoundDrawNeverTakesTheClientPath) {
+    float game[8] = {};
+    gl_deferred_glEnableVertexAttribArray(0);
+    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game);
+    gl_deferred_glBindVertexArray(3);
+    auto before = drains();
+    gl_deferred_glDrawArrays(TRIANGLES, 8, 4);
+    gl_deferred_glBindBuffer(ELEMENT_ARRAY_BUFFER, 2);
+    gl_deferred_glDrawElements(TRIANGLES, 3, UNSIGNED_SHORT, nullptr);
+    gl_deferred_glFinish();
+    EXPECT_EQ(drains(), before + 1) << "the finish alone";
+    EXPECT_TRUE(fake::callsOf("glVertexAttribPointer").empty());
+    ASSERT_EQ(fake::callsOf("glDrawArrays").size(), 1u);
+    EXPECT_EQ(fake::callsOf("glDrawArrays")[0].args[1].bits, 8u);
+
+    // The element buffer went to the vertex array, not the default one.
+    gl_deferred_glBindVertexArray(0);
+    GLint value = -1;
+    gl_deferred_glGetIntegerv(0x85B5, &value);
+    EXPECT_EQ(value, 0);
+    EXPECT_EQ(handler().binding(ELEMENT_ARRAY_BUFFER), 0u);
+}
+
+TEST_F(Client, ABoundArrayBufferOrItsDeletionDecidesWhetherAPointerIsClient) {
+    float game[8] = {};
+    gl_deferred_glEnableVertexAttribArray(0);
+    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game);
+    EXPECT_TRUE(handler().isClientDraw());
+    gl_deferred_glBindBuffer(ARRAY_BUFFER, 5);
+    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, nullptr);
+    EXPECT_FALSE(handler().isClientDraw()) << "the buffer took the client bit away";
+
+    GLuint deleted = 5;
+    gl_deferred_glDeleteBuffers(1, &deleted);
+    deleted = 77;  // the copy, not the game's array, reaches the driver
+    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game);
+    EXPECT_TRUE(handler().isClientDraw()) << "deleting the bound buffer unbinds it";
+    gl_deferred_glFinish();
+    auto del = fake::callsOf("glDeleteBuffers");
+    ASSERT_EQ(del.size(), 1u);
+    EXPECT_EQ(*ptr<const GLuint>(del[0].args[1].bits), 5u);
+    EXPECT_EQ(fake::callsOf("glVertexAttribPointer").size(), 1u) << "only the buffer one";
+}
+
+TEST_F(Client, PlainDrawsCountAndSubmitEarlyClientDrawsDoNot) {
+    float game[8] = {};
+    gl_deferred_glEnableVertexAttribArray(0);
+    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game);
+    auto before = handOvers();
+    for (int i = 0; i < 40; ++i) gl_deferred_glDrawArrays(TRIANGLES, 0, 3);
+    EXPECT_EQ(handOvers(), before) << "client draws leave the draw count at 0";
+
+    gl_deferred_glBindBuffer(ARRAY_BUFFER, 1);
+    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, nullptr);
+    gl_deferred_glBindBuffer(ELEMENT_ARRAY_BUFFER, 2);
+    for (int i = 0; i < 19; ++i) gl_deferred_glDrawElements(TRIANGLES, 3, UNSIGNED_SHORT, nullptr);
+    EXPECT_EQ(handOvers(), before);
+    gl_deferred_glDrawArrays(TRIANGLES, 0, 3);
+    EXPECT_EQ(handOvers(), before + 1) << "the 20th counted draw hands over early";
+    for (int i = 0; i < 20; ++i) gl_deferred_glDrawArraysIndirect(TRIANGLES, nullptr);
+    EXPECT_EQ(handOvers(), before + 2);
+    gl_deferred_glFinish();
+    EXPECT_EQ(fake::callsOf("glFlush").size(), 2u);
+}
+
+TEST_F(Client, OnlyCountedDrawsEndTheWarmUp) {
+    float game[8] = {};
+    gl_deferred_glEnableVertexAttribArray(0);
+    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game);
+    auto frame = [this] {
+        for (int i = 0; i < 50; ++i) gl_deferred_glDrawArrays(TRIANGLES, 0, 3);
+        core::egl::deferred::swapBuffers(display(), surface());
+    };
+    for (int i = 0; i < 101; ++i) frame();
+    EXPECT_EQ(executor().counters().deferredState, 0) << "client draws do not count";
+    gl_deferred_glBindBuffer(ARRAY_BUFFER, 1);
+    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, nullptr);
+    frame();
+    EXPECT_NE(executor().counters().deferredState, 0);
+}
+
+// --- Buffer maps ---------------------------------------------------------------
+
+TEST_F(Client, AWriteMapAndUnmapAreOneJobAndNoDrain) {
+    unsigned char driverBuffer[64] = {};
+    fake::setReturn("glMapBufferRange", reinterpret_cast<std::uintptr_t>(driverBuffer));
+    gl_deferred_glBindBuffer(ARRAY_BUFFER, 5);
+    auto before = drains();
+    std::uint32_t jobs = recorded();
+
+    auto* block =
+        static_cast<unsigned char*>(gl_deferred_glMapBufferRange(ARRAY_BUFFER, 16, 64, MAP_WRITE));
+    ASSERT_NE(block, nullptr);
+    void* pointer = nullptr;
+    gl_deferred_glGetBufferPointerv(ARRAY_BUFFER, 0x88BD, &pointer);
+    EXPECT_EQ(pointer, block);
+    GLint mapped = 0, length = 0, offset = 0;
+    gl_deferred_glGetBufferParameteriv(ARRAY_BUFFER, 0x88BC, &mapped);
+    gl_deferred_glGetBufferParameteriv(ARRAY_BUFFER, 0x9120, &length);
+    gl_deferred_glGetBufferParameteriv(ARRAY_BUFFER, 0x9121, &offset);
+    EXPECT_EQ(mapped, 1);
+    EXPECT_EQ(length, 64);
+    EXPECT_EQ(offset, 16);
+    gl_deferred_glFlushMappedBufferRange(ARRAY_BUFFER, 0, 8);
+    for (int i = 0; i < 64; ++i) block[i] = static_cast<unsigned char>(i + 1);
+    EXPECT_EQ(gl_deferred_glUnmapBuffer(ARRAY_BUFFER), 1);
+
+    EXPECT_EQ(recorded(), jobs + 1) << "the unmap's job alone";
+    EXPECT_EQ(drains(), before);
+    EXPECT_TRUE(fake::callsOf("glMapBufferRange").empty()) << "the driver has heard nothing yet";
+    gl_deferred_glFinish();
+    auto map = fake::callsOf("glMapBufferRange");
+    ASSERT_EQ(map.size(), 1u);
+    EXPECT_EQ(map[0].args[1].bits, 16u);
+    EXPECT_EQ(map[0].args[2].bits, 64u);
+    EXPECT_EQ(driverBuffer[0], 1);
+    EXPECT_EQ(driverBuffer[63], 64);
+    EXPECT_EQ(fake::callsOf("glUnmapBuffer").size(), 1u);
+    EXPECT_TRUE(fake::callsOf("glFlushMappedBufferRange").empty());
+
+    // Unmapped, the pointer is the driver's to tell.
+    before = drains();
+    gl_deferred_glGetBufferPointerv(ARRAY_BUFFER, 0x88BD, &pointer);
+    EXPECT_EQ(drains(), before + 1);
+    EXPECT_EQ(fake::callsOf("glGetBufferPointerv").size(), 1u);
+}
+
+TEST_F(Client, ReadPersistentAndUnboundMapsGoToTheDriver) {
+    unsigned char driverBuffer[16] = {};
+    fake::setReturn("glMapBufferRange", reinterpret_cast<std::uintptr_t>(driverBuffer));
+    fake::setReturn("glUnmapBuffer", 1);
+    auto before = drains();
+    EXPECT_EQ(gl_deferred_glMapBufferRange(ARRAY_BUFFER, 0, 16, MAP_WRITE), driverBuffer);
+    gl_deferred_glBindBuffer(ARRAY_BUFFER, 5);
+    EXPECT_EQ(gl_deferred_glMapBufferRange(ARRAY_BUFFER, 0, 16, MAP_READ | MAP_WRITE),
+              driverBuffer);
+    EXPECT_EQ(gl_deferred_glUnmapBuffer(ARRAY_BUFFER), 1);
+    EXPECT_EQ(gl_deferred_glMapBufferRange(ARRAY_BUFFER, 0, 16, MAP_WRITE | 0x40), driverBuffer);
+    EXPECT_EQ(drains(), before + 4);
+    EXPECT_EQ(fake::callsOf("glUnmapBuffer").size(), 1u);
+}
+
+// --- Answers from the shadow -----------------------------------------------------
+
+TEST_F(Client, GetIntegervAnswersTheShadowWithoutADrain) {
+    fake::setHandler("glGetIntegerv", [](const fake::Call& c) {
+        *ptr<GLint>(c.args[1].bits) = c.args[0].bits == 0x8824 ? 8 : 42;
+        return 0;
+    });
+    gl_deferred_glActiveTexture(0x84C3);
+    gl_deferred_glBindTexture(0x0DE1, 7);
+    gl_deferred_glBindTexture(0x8513, 9);  // a cube map is not followed
+    gl_deferred_glReadBuffer(0x8CE0);
+    gl_deferred_glBindVertexArray(11);
+    gl_deferred_glBindBuffer(COPY_READ_BUFFER, 4);
+    auto before = drains();
+    auto get = [](GLenum pname) {
+        GLint value = -1;
+        gl_deferred_glGetIntegerv(pname, &value);
+        return value;
+    };
+    EXPECT_EQ(get(0x84E0), 0x84C3);
+    EXPECT_EQ(get(0x8069), 7);
+    EXPECT_EQ(get(0x0C02), 0x8CE0);
+    EXPECT_EQ(get(0x85B5), 11);
+    EXPECT_EQ(get(COPY_READ_BUFFER), 4);
+    EXPECT_TRUE(gl_deferred_glIsVertexArray(11));
+    EXPECT_FALSE(gl_deferred_glIsVertexArray(12));
+    gl_deferred_glGetIntegerv(0x0D33, nullptr);
+    EXPECT_EQ(drains(), before);
+
+    gl_deferred_glActiveTexture(0x84C0);
+    EXPECT_EQ(get(0x8069), 0) << "per texture unit";
+    gl_deferred_glActiveTexture(0x84C3);
+    GLuint texture = 7;
+    gl_deferred_glDeleteTextures(1, &texture);
+    EXPECT_EQ(get(0x8069), 0);
+    GLuint array = 11;
+    gl_deferred_glDeleteVertexArrays(1, &array);
+    EXPECT_EQ(get(0x85B5), 0);
+    EXPECT_FALSE(gl_deferred_glIsVertexArray(11));
+    EXPECT_EQ(drains(), before);
+
+    // Limits are read once, anything else every time.
+    EXPECT_EQ(get(0x8824), 8);
+    EXPECT_EQ(get(0x8824), 8);
+    EXPECT_EQ(drains(), before + 1);
+    EXPECT_EQ(get(0x0D33), 42);
+    EXPECT_EQ(get(0x0D33), 42);
+    EXPECT_EQ(drains(), before + 3);
+}
+
+TEST_F(Client, VertexAttribQueriesComeFromTheShadowOfTheDefaultArray) {
+    float game[4] = {};
+    gl_deferred_glEnableVertexAttribArray(2);
+    gl_deferred_glVertexAttribIPointer(2, 3, 0x1404, 20, game);
+    gl_deferred_glVertexAttribDivisor(2, 4);
+    auto before = drains();
+    GLint value = -1;
+    gl_deferred_glGetVertexAttribiv(2, 0x8623, &value);
+    EXPECT_EQ(value, 3);
+    gl_deferred_glGetVertexAttribiv(2, 0x88FD, &value);
+    EXPECT_EQ(value, 1);
+    gl_deferred_glGetVertexAttribiv(2, 0x889F, &value);
+    EXPECT_EQ(value, 0) << "a client attribute reads no buffer";
+    GLfloat real = -1;
+    gl_deferred_glGetVertexAttribfv(2, 0x88FE, &real);
+    EXPECT_EQ(real, 4.f);
+    void* pointer = nullptr;
+    gl_deferred_glGetVertexAttribPointerv(2, 0x8645, &pointer);
+    EXPECT_EQ(pointer, game);
+    EXPECT_EQ(drains(), before);
+
+    gl_deferred_glGetVertexAttribiv(7, 0x8623, &value);  // never touched
+    gl_deferred_glBindVertexArray(1);
+    gl_deferred_glGetVertexAttribiv(2, 0x8623, &value);
+    EXPECT_EQ(drains(), before + 2);
+}
+
+TEST_F(Client, DrawBuffersLearnsTheLimitOnceAndThenCopies) {
+    fake::setHandler("glGetIntegerv", [](const fake::Call& c) {
+        *ptr<GLint>(c.args[1].bits) = 2;
+        return 0;
+    });
+    std::vector<GLenum> seenBuffers;
+    fake::setHandler("glDrawBuffers", [&](const fake::Call& c) {
+        auto* b = ptr<const GLenum>(c.args[1].bits);
+        seenBuffers.assign(b, b + c.args[0].bits);
+        return 0;
+    });
+    GLenum buffers[3] = {0x8CE0, 0x8CE1, 0x8CE2};
+    auto before = drains();
+    gl_deferred_glDrawBuffers(2, buffers);
+    EXPECT_EQ(drains(), before + 1);
+    gl_deferred_glDrawBuffers(3, buffers);  // above the limit: the driver's to refuse
+    gl_deferred_glDrawBuffers(1, buffers);
+    buffers[0] = 0;
+    gl_deferred_glFinish();
+    EXPECT_EQ(drains(), before + 2) << "the finish alone";
+    auto calls = fake::callsOf("glDrawBuffers");
+    ASSERT_EQ(calls.size(), 4u) << "twice the first, then one each";
+    EXPECT_EQ(calls[2].args[0].bits, 3u);
+    EXPECT_EQ(seenBuffers, (std::vector<GLenum>{0x8CE0})) << "a copy of the game's array";
+}
+
+}  // namespace
