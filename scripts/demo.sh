@@ -1,33 +1,106 @@
 #!/usr/bin/env bash
-# The main job: sets up, builds, and loads libvelour.so the way the platform's
-# loader does, for a configured process in each runtime mode and for one the
-# settings do not name, printing the banner and what the layer hands out.
+# The main job: sets up, builds, and runs the demo game directly and through
+# the layer (loaded as the platform's loader loads it) in the deferred mode and
+# the hooks-only mode, with screenshots; prints frame rates side by side and
+# whether every frame is identical to the direct run's.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 build=${VELOUR_BUILD_DIR:-$top/build}
+
+frames=120 size=640x360 modes="0 3"
+usage() {
+    cat <<EOF
+usage: scripts/demo.sh [--frames N] [--size WxH] [--modes "0 3"]
+
+Installs what is missing, builds into \$VELOUR_BUILD_DIR (default build/), then
+runs velour-demo directly and through velour-run --mode N for each mode
+(default "0 3": 0 deferred, 3 hooks only; 1, 2 and 4 also work), with a
+screenshot every 30 frames into a folder under /tmp, and prints frames per
+second and render-thread ms per frame of each run and whether its frames are
+identical, byte for byte, to the direct run's. Exits 1 if any frame differs or
+a run fails.
+
+examples:
+  scripts/demo.sh
+  scripts/demo.sh --frames 300 --size 1280x720 --modes "0 1 2 3 4"
+EOF
+}
+while [ $# -gt 0 ]; do
+    case $1 in
+    --frames) frames=${2:?--frames wants a number}; shift 2 ;;
+    --size) size=${2:?--size wants WxH}; shift 2 ;;
+    --modes) modes=${2:?--modes wants a list}; shift 2 ;;
+    -h | --help) usage; exit 0 ;;
+    *) echo "demo.sh: unknown option $1 (see --help)" >&2; exit 2 ;;
+    esac
+done
+
 "$top/scripts/setup.sh"
 "$top/scripts/build.sh"
 
-sysroot=$(mktemp -d /tmp/velour-demo-XXXXXX)
-trap 'rm -rf "$sysroot"' EXIT
-mkdir -p "$sysroot/odm/etc/tesselfx" "$sysroot/dev"
-cat > "$sysroot/odm/etc/tesselfx/velour.ini" <<'INI'
-; settings of the demo device
-[com.velour.demo]
-game=0
-runtime_mode=0
-enabled=1
-INI
-export VELOUR_SYSROOT=$sysroot
-export VELOUR_PROPERTY_STORE=$sysroot/dev/__properties__
-prop="$build/tools/velour-prop"
-probe="$build/tools/velour-probe"
-names=(eglMakeCurrent eglGetCurrentContext eglSwapBuffers glClear glDrawArrays glUniform4fv glNotAName)
+demo=$build/tools/velour-demo/velour-demo
+run=$build/tools/velour-run/velour-run
+shots=$(mktemp -d /tmp/velour-demo-XXXXXX)
+echo "screenshots in $shots"
 
-for mode in 0 1 2 3 4; do
-  echo "=== com.velour.demo, vendor.nimbo.orlo.mode=$mode"
-  "$prop" set vendor.nimbo.orlo.mode "$mode"
-  "$probe" --package com.velour.demo "${names[@]}" 2>&1 | grep -v '^\s*$'
+# One run: its frame figures, or the reason it failed.
+# Prints "FPS MS" on success.
+run_demo() {
+    local name=$1
+    shift
+    local log=$shots/$name.log
+    if ! "$@" "$demo" --frames "$frames" --size "$size" --shot-every 30 --quiet \
+        --screenshots "$shots/$name" >"$log" 2>&1; then
+        echo "demo.sh: the $name run failed:" >&2
+        grep -v '^velour I' "$log" | tail -5 >&2
+        return 1
+    fi
+    sed -n 's/^frames: [0-9]*  fps: \([0-9.]*\)  render-thread ms\/frame: \([0-9.]*\)$/\1 \2/p' "$log"
+}
+
+# The frames of a run against the direct run's: "identical (K of K)" or what differs.
+compare() {
+    local name=$1 same=0 total=0 differ=()
+    for file in "$shots"/direct/*.png; do
+        total=$((total + 1))
+        if cmp -s "$file" "$shots/$name/$(basename "$file")"; then
+            same=$((same + 1))
+        else
+            differ+=("$(basename "$file" .png)")
+        fi
+    done
+    if [ "$same" -eq "$total" ]; then
+        echo "identical ($same of $total)"
+    else
+        echo "DIFFERENT: ${differ[*]} ($same of $total identical)"
+    fi
+}
+
+status=0
+declare -A fps ms frames_result
+labels=(direct)
+read -r "fps[direct]" "ms[direct]" < <(run_demo direct) || exit 1
+frames_result[direct]="(reference)"
+for mode in $modes; do
+    name=mode$mode
+    labels+=("$name")
+    if result=$(run_demo "$name" "$run" --package com.velour.demo --mode "$mode" --) &&
+        [ -n "$result" ]; then
+        read -r "fps[$name]" "ms[$name]" <<<"$result"
+        frames_result[$name]=$(compare "$name")
+        case ${frames_result[$name]} in identical*) ;; *) status=1 ;; esac
+    else
+        fps[$name]=- ms[$name]=- frames_result[$name]="run failed"
+        status=1
+    fi
 done
-echo "=== com.velour.unlisted (not in the settings)"
-"$probe" --package com.velour.unlisted "${names[@]}" 2>&1
+
+echo
+echo "velour-demo, $size, $frames frames, screenshots every 30 frames and the last"
+printf '%-9s %8s %24s   %s\n' run fps "render-thread ms/frame" "frames"
+for name in "${labels[@]}"; do
+    label=$name
+    [ "$name" = direct ] || label="mode ${name#mode}"
+    printf '%-9s %8s %24s   %s\n' "$label" "${fps[$name]}" "${ms[$name]}" "${frames_result[$name]}"
+done
+exit "$status"

@@ -9,7 +9,7 @@ packages=(
   android-liblog-dev picojson-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libpng-dev libegl-mesa0 libgl1-mesa-dri
-  apitrace
+  apitrace piglit
 )
 
 missing=()

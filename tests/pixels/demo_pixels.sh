@@ -1,0 +1,66 @@
+#!/bin/sh
+# The demo game directly and through the layer in each runtime mode must give
+# the same screenshots, byte for byte; in mode 4 the interface log must name
+# the entry points the game called.
+#   demo_pixels.sh VELOUR_RUN VELOUR_DEMO DEMO_SOURCE_DIR [MODES]
+set -u
+run=$1 demo=$2 source=$3 modes=${4:-"3 4 0 1 2"}
+work=$(mktemp -d /tmp/velour-pixels-XXXXXX)
+trap 'rm -rf "$work"' EXIT
+failures=0
+fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
+
+# Small and short: four screenshots, the last one after 40 frames.
+shoot() { "$@" "$demo" --size 160x90 --frames 40 --shot-every 10 --quiet --screenshots "$folder"; }
+
+folder=$work/direct
+shoot >"$work/direct.log" 2>&1 ||
+    { echo "FAIL: direct run: $(tail -5 "$work/direct.log")"; exit 1; }
+shots=$(cd "$work/direct" && ls)
+[ "$(echo "$shots" | wc -w)" -eq 4 ] || fail "direct run wrote $(echo "$shots" | wc -w) screenshots, not 4"
+
+for mode in $modes; do
+    sysroot=$work/sysroot-$mode
+    folder=$work/mode$mode
+    shoot "$run" --sysroot "$sysroot" --package com.velour.demo --mode "$mode" -- \
+        >"$work/mode$mode.log" 2>&1 ||
+        { fail "mode $mode: exit $?: $(grep -v '^velour I' "$work/mode$mode.log" | tail -5)"; continue; }
+    grep -q "Runtime Mode : $mode" "$sysroot/sdcard/nimbo.orlo.velour.com.velour.demo.log" ||
+        fail "mode $mode: the layer did not start (no banner)"
+    same=0
+    for shot in $shots; do
+        if [ ! -f "$work/mode$mode/$shot" ]; then
+            fail "mode $mode: no $shot"
+        elif cmp -s "$work/direct/$shot" "$work/mode$mode/$shot"; then
+            same=$((same + 1))
+        else
+            fail "mode $mode: $shot differs from the direct run"
+        fi
+    done
+    for file in "$work/mode$mode"/*; do
+        [ -f "$work/direct/${file##*/}" ] || fail "mode $mode: ${file##*/}, which the direct run has not"
+    done
+    echo "mode $mode: $same of $(echo "$shots" | wc -w) screenshots identical"
+done
+
+# Mode 4 logs each entry point once, as the game first calls it.
+case " $modes " in *" 4 "*)
+    log=$work/sysroot-4/data/local/tmp/orlo/interface_log.txt
+    if [ ! -s "$log" ]; then
+        fail "mode 4: interface log $log missing or empty"
+    else
+        called=$(cat "$source"/*.cpp "$source"/*.h | grep -oE '\b(gl|egl)[A-Z][A-Za-z0-9]+\b' | sort -u)
+        unknown=$(sort -u "$log" | grep -vxF "$called")
+        [ -z "$unknown" ] || fail "mode 4: interface log names what the demo never calls: $unknown"
+        for name in eglSwapBuffers eglMakeCurrent glClear glDrawElements glDrawArrays \
+            glUseProgram glBindFramebuffer glTexStorage2D glBufferData glUniformMatrix4fv \
+            glReadPixels; do
+            grep -qxF "$name" "$log" || fail "mode 4: interface log lacks $name"
+        done
+        echo "mode 4: interface log names $(sort -u "$log" | wc -l) entry points"
+    fi
+    ;;
+esac
+
+[ "$failures" -eq 0 ] && echo "demo_pixels: all passed"
+[ "$failures" -eq 0 ]
