@@ -21,5 +21,7 @@ done
 sudo=""
 [ "$(id -u)" -eq 0 ] || sudo="sudo"
 echo "setup: installing ${missing[*]}"
-$sudo apt-get update -qq
+# A failing list (an added architecture's mirror in the middle of a sync) must
+# not stop the install of what the other lists have.
+$sudo apt-get update -qq || echo "setup: apt-get update reported errors; installing anyway"
 DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"

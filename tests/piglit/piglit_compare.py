@@ -186,16 +186,6 @@ class Runner:
         self.env = dict(os.environ)
         self.env["PIGLIT_PLATFORM"] = args.platform
         self.mode_env = dict(self.env)
-        if args.preload:
-            # piglit dlopens libGLESv2.so.2 and libGLESv1_CM.so.1 by soname only
-            # after its first EGL call, when the loader has already opened the
-            # system's libraries by full path; glibc then hands back the
-            # system's library, whose soname matches, and GL bypasses the layer.
-            # Loading the stand-ins first makes them the ones that match.
-            preload = ":".join(os.path.join(args.loader_dir, lib) for lib in
-                               ("libGLESv2.so.2", "libGLESv1_CM.so.1"))
-            self.mode_env["LD_PRELOAD"] = ":".join(
-                p for p in (preload, self.env.get("LD_PRELOAD")) if p)
         self.lock = threading.Lock()
         self.done = 0
         self.total = 0
@@ -386,9 +376,6 @@ def parse_args(argv):
     p.add_argument("--timeout", type=float, default=60, help="seconds per test (default 60)")
     p.add_argument("--loader-dir", help="the loader's stand-ins (default: the build's "
                    "loader folder, found from --velour-run)")
-    p.add_argument("--no-preload", dest="preload", action="store_false",
-                   help="do not preload the GLES stand-ins; piglit's GL calls then go around "
-                   "the layer")
     p.add_argument("--package", default="com.velour.loadertest",
                    help="process name the tests run under (default com.velour.loadertest)")
     p.add_argument("--platform", default="surfaceless_egl", help="PIGLIT_PLATFORM")
@@ -448,8 +435,8 @@ def main(argv):
     if not args.velour_run and (args.modes or args.commands):
         print("piglit_compare: --velour-run is needed", file=sys.stderr)
         return 2
-    if args.preload and args.modes and \
-            not os.path.exists(os.path.join(args.loader_dir or "", "libGLESv2.so.2")):
+    if args.modes and args.loader_dir and \
+            not os.path.exists(os.path.join(args.loader_dir, "libGLESv2.so.2")):
         print("piglit_compare: no stand-ins in %s (see --loader-dir)" % args.loader_dir,
               file=sys.stderr)
         return 2

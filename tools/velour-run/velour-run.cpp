@@ -51,8 +51,9 @@ const char USAGE[] =
     "  --help             this text\n"
     "\n"
     "The program gets VELOUR_SYSROOT, VELOUR_PROPERTY_STORE, VELOUR_LAYER and\n"
-    "LD_LIBRARY_PATH. VELOUR_LOADER_TRACE=1 makes the loader print where each\n"
-    "entry point it hands out comes from.\n"
+    "LD_LIBRARY_PATH, and the GLES stand-ins in LD_PRELOAD, so that a program that\n"
+    "opens GLES late still gets them. VELOUR_LOADER_TRACE=1 makes the loader print\n"
+    "where each entry point it hands out comes from.\n"
     "\n"
     "examples:\n"
     "  velour-run --package com.velour.demo --mode 4 -- glmark2-es2 --off-screen\n"
@@ -217,6 +218,14 @@ void setEnvironment(const Options& options, const std::string& sysroot) {
     std::string path = VELOUR_LOADER_DIR;
     if (old && old[0]) path += std::string(":") + old;
     setenv("LD_LIBRARY_PATH", path.c_str(), 1);
+    // A program that dlopens the GLES libraries by soname only after its first
+    // EGL call would get the system's copies, which the loader has opened by
+    // then and whose sonames match: the stand-ins are loaded first instead.
+    std::string preload = std::string(VELOUR_LOADER_DIR) + "/libGLESv2.so.2:" +
+                          VELOUR_LOADER_DIR + "/libGLESv1_CM.so.1";
+    const char* oldPreload = std::getenv("LD_PRELOAD");
+    if (oldPreload && oldPreload[0]) preload += std::string(":") + oldPreload;
+    setenv("LD_PRELOAD", preload.c_str(), 1);
     if (options.noLayer)
         unsetenv("VELOUR_LAYER");
     else
