@@ -23,7 +23,8 @@ int main(int argc, char** argv) {
     if (!layer) return std::fprintf(stderr, "%s\n", dlerror()), 1;
     auto initialize = reinterpret_cast<void (*)(void*, void* (*)(void*, const char*))>(
         dlsym(layer, "velourInitialize"));
-    auto lookUp = reinterpret_cast<void* (*)(const char*, void*)>(dlsym(layer, "velourGetProcAddress"));
+    auto lookUp =
+        reinterpret_cast<void* (*)(const char*, void*)>(dlsym(layer, "velourGetProcAddress"));
     static std::uintptr_t next = 0x100;
     velour::fake::setHandler("eglCreateContext", [](const velour::fake::Call&) { return next++; });
     velour::fake::setReturn("eglMakeCurrent", 1);
@@ -49,8 +50,8 @@ int main(int argc, char** argv) {
                 velour::fake::callsOf("glBlendFunc").size());
     // Unbind and destroy while the fake driver still exists: the layer's own
     // teardown at exit would replay into it after it is gone.
-    auto destroyContext = reinterpret_cast<unsigned (*)(void*, void*)>(
-        lookUp("eglDestroyContext", nullptr));
+    auto destroyContext =
+        reinterpret_cast<unsigned (*)(void*, void*)>(lookUp("eglDestroyContext", nullptr));
     makeCurrent(display, nullptr, nullptr, nullptr);
     destroyContext(display, context);
     return 0;

@@ -15,8 +15,12 @@ using namespace velour;
 
 namespace {
 
-EGLDisplay display() { return reinterpret_cast<EGLDisplay>(0x10); }
-EGLSurface surface() { return reinterpret_cast<EGLSurface>(0x20); }
+EGLDisplay display() {
+    return reinterpret_cast<EGLDisplay>(0x10);
+}
+EGLSurface surface() {
+    return reinterpret_cast<EGLSurface>(0x20);
+}
 
 // A game context in deferred mode over a driver whose GL calls do nothing.
 struct Game {

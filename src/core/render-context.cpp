@@ -219,7 +219,8 @@ EGLBoolean deferred::destroyContext(EGLDisplay display, EGLContext context) {
             RenderContext* renderContext = it->second.renderContext.get();
             sharedContext = renderContext->sharedContext;
             it->second.current = false;
-            if (tlglobals.renderContext == renderContext) tlglobals = ThreadGlobals{nullptr, nullptr};
+            if (tlglobals.renderContext == renderContext)
+                tlglobals = ThreadGlobals{nullptr, nullptr};
             // Meant for a context still current on another thread; since the
             // flag was cleared just above, this never runs, and such a context
             // is destroyed at once.
@@ -300,13 +301,13 @@ EGLBoolean deferred::swapBuffers(EGLDisplay display, EGLSurface surface) {
     return executor->swapBuffers(display, surface);
 }
 
-EGLBoolean deferred::swapBuffersWithDamageKHR(EGLDisplay display, EGLSurface surface,
-                                              const EGLint*, EGLint) {
+EGLBoolean deferred::swapBuffersWithDamageKHR(EGLDisplay display, EGLSurface surface, const EGLint*,
+                                              EGLint) {
     return swapBuffers(display, surface);
 }
 
-EGLBoolean deferred::swapBuffersWithDamageEXT(EGLDisplay display, EGLSurface surface,
-                                              const EGLint*, EGLint) {
+EGLBoolean deferred::swapBuffersWithDamageEXT(EGLDisplay display, EGLSurface surface, const EGLint*,
+                                              EGLint) {
     return swapBuffers(display, surface);
 }
 

@@ -36,7 +36,9 @@ EGLContext Deferred::bind(unsigned mode) {
     return context;
 }
 
-core::Executor& Deferred::executor() { return *static_cast<core::Executor*>(core::tlglobals.executor); }
+core::Executor& Deferred::executor() {
+    return *static_cast<core::Executor*>(core::tlglobals.executor);
+}
 
 void Deferred::unbindAndDestroy() {
     core::egl::deferred::makeCurrent(display(), EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);

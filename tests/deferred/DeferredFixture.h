@@ -15,12 +15,14 @@
 
 namespace velour::test {
 
-inline long threadId() { return static_cast<long>(syscall(SYS_gettid)); }
+inline long threadId() {
+    return static_cast<long>(syscall(SYS_gettid));
+}
 
 // A game thread with a context of the layer current, over the fake driver,
 // in the runtime mode given.
 class Deferred : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override;
     void TearDown() override;
 

@@ -134,13 +134,13 @@ TEST_F(Deferred, EglFencesStandInForTheGamesHandle) {
 
     EGLSyncKHR sync = gl_deferred_eglCreateSyncKHR(display(), EGL_SYNC_FENCE_KHR, nullptr);
     EXPECT_EQ(sync, reinterpret_cast<EGLSyncKHR>(0x5000)) << "the game's handle is real";
-    EXPECT_EQ(gl_deferred_eglClientWaitSyncKHR(display(), sync, 0, 0),
-              EGL_CONDITION_SATISFIED_KHR);
+    EXPECT_EQ(gl_deferred_eglClientWaitSyncKHR(display(), sync, 0, 0), EGL_CONDITION_SATISFIED_KHR);
     auto created = fake::callsOf("eglCreateSyncKHR");
     ASSERT_EQ(created.size(), 2u);
     EXPECT_EQ(created[0].thread, threadId());
     EXPECT_NE(created[1].thread, threadId());
-    auto* attribs = reinterpret_cast<const EGLint*>(static_cast<std::uintptr_t>(created[1].args[2].bits));
+    auto* attribs =
+        reinterpret_cast<const EGLint*>(static_cast<std::uintptr_t>(created[1].args[2].bits));
     EXPECT_EQ(attribs[0], EGL_NONE) << "a null list is passed as EGL_NONE alone";
     EXPECT_EQ(fake::callsOf("eglClientWaitSyncKHR").back().args[1].bits, 0x5001u);
 

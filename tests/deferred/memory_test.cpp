@@ -14,7 +14,9 @@ using namespace velour::core;
 namespace {
 
 std::vector<int> g_ran;
-void note(void* args) { g_ran.push_back(*static_cast<int*>(args)); }
+void note(void* args) {
+    g_ran.push_back(*static_cast<int*>(args));
+}
 
 TEST(JobQueue, InlineDrainRunsOnTheSubmitterAndDrainsNeverBlock) {
     g_ran.clear();

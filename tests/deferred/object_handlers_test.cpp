@@ -28,7 +28,7 @@ T* pointerArg(const fake::Call& call, std::size_t index) {
 
 // Restores the two settings of this file, which the common fixture leaves.
 class ObjectHandlers : public test::Deferred {
-protected:
+  protected:
     void TearDown() override {
         test::Deferred::TearDown();
         core::context.gameConfig.disableAnySamplesPassed = saved.disableAnySamplesPassed;
@@ -377,7 +377,7 @@ TEST_F(ObjectHandlers, PresentationTimeIsRecordedWithItsSixtyFourBits) {
 // ---- Read-back ---------------------------------------------------------
 
 class Readback : public ObjectHandlers {
-protected:
+  protected:
     void SetUp() override {
         ObjectHandlers::SetUp();
         bind(core::MODE_DEFERRED);

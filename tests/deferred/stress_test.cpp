@@ -15,8 +15,9 @@ namespace {
 constexpr int THREADS = 3;
 constexpr int FRAMES = 150;
 
-
-EGLSurface surfaceOf(int thread) { return reinterpret_cast<EGLSurface>(0x1000 + thread); }
+EGLSurface surfaceOf(int thread) {
+    return reinterpret_cast<EGLSurface>(0x1000 + thread);
+}
 
 // One frame of a small game: state, copies, a fence another thread waits on.
 void frame(int i, std::atomic<GLsync>& published) {
@@ -47,12 +48,13 @@ TEST_F(Deferred, ManyThreadsAndContexts) {
                 frame(i, fences[t]);
                 // Wait on a neighbour's fence: its job may sit unsent in the
                 // other thread's buffer.
-                if (GLsync other = fences[(t + 1) % THREADS]) gl_deferred_glClientWaitSync(other, 0, 0);
+                if (GLsync other = fences[(t + 1) % THREADS])
+                    gl_deferred_glClientWaitSync(other, 0, 0);
                 if (t == 0 && i == FRAMES / 2) core::context.gameConfig.fallback = 1;
                 core::egl::deferred::swapBuffers(display(), surfaceOf(t));
             }
             core::egl::deferred::makeCurrent(display(), EGL_NO_SURFACE, EGL_NO_SURFACE,
-                                              EGL_NO_CONTEXT);
+                                             EGL_NO_CONTEXT);
             core::egl::deferred::destroyContext(display(), context);
         });
     }

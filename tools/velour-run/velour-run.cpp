@@ -221,8 +221,8 @@ void setEnvironment(const Options& options, const std::string& sysroot) {
     // A program that dlopens the GLES libraries by soname only after its first
     // EGL call would get the system's copies, which the loader has opened by
     // then and whose sonames match: the stand-ins are loaded first instead.
-    std::string preload = std::string(VELOUR_LOADER_DIR) + "/libGLESv2.so.2:" +
-                          VELOUR_LOADER_DIR + "/libGLESv1_CM.so.1";
+    std::string preload = std::string(VELOUR_LOADER_DIR) + "/libGLESv2.so.2:" + VELOUR_LOADER_DIR +
+                          "/libGLESv1_CM.so.1";
     const char* oldPreload = std::getenv("LD_PRELOAD");
     if (oldPreload && oldPreload[0]) preload += std::string(":") + oldPreload;
     setenv("LD_PRELOAD", preload.c_str(), 1);

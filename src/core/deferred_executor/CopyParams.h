@@ -55,7 +55,8 @@ inline const char* copyString(FrameDataPool& pool, const char* text, long long l
     std::size_t max = limit < 1 ? STRING_LIMIT : static_cast<std::size_t>(limit);
     std::size_t length = 0;
     while (length < max && text[length]) length++;
-    auto* copy = static_cast<char*>(pool.allocate(static_cast<std::uint32_t>((length + 8) & ~std::size_t(7))));
+    auto* copy = static_cast<char*>(
+        pool.allocate(static_cast<std::uint32_t>((length + 8) & ~std::size_t(7))));
     std::memcpy(copy, text, length);
     copy[length] = 0;
     return copy;

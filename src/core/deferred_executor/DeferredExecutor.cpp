@@ -30,13 +30,17 @@ constexpr int WARM_UP_DRAWS = 50;
 
 std::atomic<int> g_executorNumber{0};
 
-std::string threadId() { return std::to_string(syscall(SYS_gettid)); }
+std::string threadId() {
+    return std::to_string(syscall(SYS_gettid));
+}
 
 int settingInt(const char* key) {
     return static_cast<int>(utils::Configuration::global().getf(key));
 }
 
-void flushJob(void*) { hijack::glFlush(); }
+void flushJob(void*) {
+    hijack::glFlush();
+}
 
 struct MakeCurrentArgs {
     EGLDisplay display;
@@ -95,7 +99,9 @@ void DeferredExecutor::work() {
     }
 }
 
-void DeferredExecutor::releaseWorkerThread() { hijack::eglReleaseThread(); }
+void DeferredExecutor::releaseWorkerThread() {
+    hijack::eglReleaseThread();
+}
 
 void DeferredExecutor::onDeferredFrameEnd(void* args) {
     auto* self = *static_cast<DeferredExecutor**>(args);
@@ -132,7 +138,8 @@ void DeferredExecutor::readSettings() {
         settings.sets("de.fallback", "");
     }
     if (deferredState != 0) {
-        std::size_t wanted = static_cast<std::size_t>(std::max(settingInt("de.job_queue_count"), 1));
+        std::size_t wanted =
+            static_cast<std::size_t>(std::max(settingInt("de.job_queue_count"), 1));
         if (wanted != queue.bufferCount()) {
             queue.flushAndWait();
             queue.resize(wanted, PRODUCTION_CAPACITY);
@@ -177,8 +184,7 @@ EGLBoolean DeferredExecutor::swapBuffers(EGLDisplay display, EGLSurface surface)
 
     if (runtimeMode() == MODE_DEFERRED && _fallbackImmediateMode.load(std::memory_order_relaxed))
         switchToImmediateMode(display);
-    if (runtimeMode() == MODE_IMMEDIATE)
-        return hijack::eglSwapBuffers(display, surface);
+    if (runtimeMode() == MODE_IMMEDIATE) return hijack::eglSwapBuffers(display, surface);
 
     frameData->nextWriteFrame();
     DeferredExecutor* self = this;
@@ -215,8 +221,8 @@ void DeferredExecutor::adaptiveSubmission() {
 
 DeferredExecutor::Counters DeferredExecutor::counters() const {
     const JobQueue::Statistics& s = queue.stats();
-    return Counters{s.jobsRecorded, s.handOvers, s.drains, frameData->highWaterMark(),
-                    frameCount, deferredState.load()};
+    return Counters{s.jobsRecorded, s.handOvers,         s.drains, frameData->highWaterMark(),
+                    frameCount,     deferredState.load()};
 }
 
 }  // namespace velour::core

@@ -22,7 +22,7 @@ class RenderContext;
 // replays it, the frame boundary at the swap, and the one-way switch to
 // immediate mode.
 class DeferredExecutor {
-public:
+  public:
     // What a person reads to see how deferral behaves.
     struct Counters {
         std::uint64_t jobsRecorded;
@@ -88,20 +88,20 @@ public:
     // The field that keeps an unpack pname, or null for any other pname.
     int* unpackField(GLenum pname) {
         switch (pname) {
-        case 0x806D:
-            return &unpackSkipImages;
-        case 0x806E:
-            return &unpackImageHeight;
-        case 0x0CF2:
-            return &unpackRowLength;
-        case 0x0CF3:
-            return &unpackSkipRows;
-        case 0x0CF4:
-            return &unpackSkipPixels;
-        case 0x0CF5:
-            return &unpackAlignment;
-        default:
-            return nullptr;
+            case 0x806D:
+                return &unpackSkipImages;
+            case 0x806E:
+                return &unpackImageHeight;
+            case 0x0CF2:
+                return &unpackRowLength;
+            case 0x0CF3:
+                return &unpackSkipRows;
+            case 0x0CF4:
+                return &unpackSkipPixels;
+            case 0x0CF5:
+                return &unpackAlignment;
+            default:
+                return nullptr;
         }
     }
     // What glGetIntegerv answers for an unpack pname; false for any other.
@@ -112,7 +112,7 @@ public:
         return true;
     }
 
-protected:
+  protected:
     // Starts the worker in deferred mode; the most derived constructor calls
     // it once the handlers exist.
     void start();
@@ -122,7 +122,7 @@ protected:
     void shutDown();
     static void releaseWorkerThread();
 
-private:
+  private:
     static void onDeferredFrameEnd(void* args);
     void submitEarlySlow();
     void readSettings();

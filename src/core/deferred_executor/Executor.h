@@ -16,7 +16,7 @@ template <typename... Handlers>
 class CustomDeferredExecutor : public DeferredExecutor {
     using Tracker = MemTracker<MemCategory::Executor>;
 
-public:
+  public:
     explicit CustomDeferredExecutor(RenderContext* renderContext)
         : DeferredExecutor(renderContext),
           handlers(Tracker::unique_ptr<Handlers>(Tracker::create<Handlers>(this))...) {}
@@ -33,7 +33,7 @@ public:
         return *std::get<Tracker::unique_ptr<H>>(handlers);
     }
 
-protected:
+  protected:
     void work() override {
         DeferredExecutor::work();
         destroyHandlers();
@@ -42,7 +42,7 @@ protected:
         releaseWorkerThread();
     }
 
-private:
+  private:
     void destroyHandlers() {
         std::apply([](auto&... h) { (h.reset(), ...); }, handlers);
     }
@@ -54,7 +54,7 @@ class Executor final
     : public CustomDeferredExecutor<ErrorHandler, GLNamesHandler, ProgramAndShaderHandler,
                                     GLFenceSyncHandler, EGLSyncKHRHandler, ClientGLHandler,
                                     TextureHandler, QueryHandler, EglTimeHandler, MiscHandler> {
-public:
+  public:
     // The worker starts, and ends, while the object is whole: it makes a
     // virtual call at its start.
     explicit Executor(RenderContext* renderContext) : CustomDeferredExecutor(renderContext) {

@@ -25,8 +25,12 @@ void waitUntilCreated(Fence& fence) {
 
 }  // namespace
 
-void DeferredFence::waitForCreation() { waitUntilCreated(*this); }
-void DeferredSync::waitForCreation() { waitUntilCreated(*this); }
+void DeferredFence::waitForCreation() {
+    waitUntilCreated(*this);
+}
+void DeferredSync::waitForCreation() {
+    waitUntilCreated(*this);
+}
 
 GLsync FenceSyncManager::create(DeferredExecutor* executor, GLenum condition, GLbitfield flags) {
     std::lock_guard<std::mutex> lock(mutex);

@@ -44,7 +44,7 @@ struct DeferredSync {
 // GL fences: the game gets the numbers 1, 2, 3 and so on as handles and
 // never sees a real GLsync.
 class FenceSyncManager {
-public:
+  public:
     GLsync create(DeferredExecutor* executor, GLenum condition, GLbitfield flags);
     void createDeferred(GLsync handle);
     DeferredFence* promote(GLsync handle);
@@ -56,7 +56,7 @@ public:
 
     static std::atomic<std::uint32_t> _proxy;
 
-private:
+  private:
     std::mutex mutex;
     std::unordered_map<GLsync, DeferredFence> fences;
 };
@@ -64,7 +64,7 @@ private:
 // EGL fences: the game's handle is a real object made at once, and the
 // worker's object, made at the right place in the stream, stands in for it.
 class EglFenceSyncManager {
-public:
+  public:
     EGLSyncKHR create(DeferredExecutor* executor, bool& deferred, EGLDisplay display, EGLenum type,
                       const EGLint* attribs);
     void createDeferred(EGLSyncKHR handle);
@@ -73,7 +73,7 @@ public:
     EGLint clientWait(EGLDisplay display, EGLSyncKHR handle, EGLint flags, EGLTimeKHR timeout);
     void serverWait(EGLDisplay display, EGLSyncKHR handle, EGLint flags);
 
-private:
+  private:
     std::mutex mutex;
     std::unordered_map<EGLSyncKHR, DeferredSync> syncs;
 };
@@ -87,14 +87,14 @@ namespace velour {
 extern core::EglFenceSyncManager globalFenceSyncMgr;
 
 class GLFenceSyncHandler {
-public:
+  public:
     explicit GLFenceSyncHandler(core::DeferredExecutor* executor) : executor(executor) {}
     virtual ~GLFenceSyncHandler() = default;
     core::DeferredExecutor* executor;
 };
 
 class EGLSyncKHRHandler {
-public:
+  public:
     explicit EGLSyncKHRHandler(core::DeferredExecutor* executor) : executor(executor) {}
     virtual ~EGLSyncKHRHandler() = default;
     core::DeferredExecutor* executor;

@@ -17,7 +17,7 @@ class FrameDataPool {
     using Tracker = MemTracker<MemCategory::FrameData>;
     using Bytes = std::vector<unsigned char, Tracker::allocator<unsigned char>>;
 
-public:
+  public:
     struct Pool {
         Bytes memory;
         std::vector<Bytes, Tracker::allocator<Bytes>> overflow;
@@ -50,7 +50,7 @@ public:
     const Pool& pool(std::size_t index) const { return pools[index]; }
     std::uint32_t highWaterMark() const { return highWater; }
 
-private:
+  private:
     void* allocateOverflow(Pool& pool, std::uint32_t size);
     static void grow(Pool& pool);
 

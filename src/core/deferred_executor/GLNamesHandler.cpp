@@ -34,7 +34,8 @@ GLNamesHandler::GLNamesHandler(core::DeferredExecutor* executor)
     : executor(executor),
       buffers{"buffer", hijack::glGenBuffers, hijack::glDeleteBuffers, {}, {}},
       textures{"texture", hijack::glGenTextures, hijack::glDeleteTextures, {}, {}},
-      framebuffers{"framebuffer", hijack::glGenFramebuffers, hijack::glDeleteFramebuffers, {}, {}} {}
+      framebuffers{"framebuffer", hijack::glGenFramebuffers, hijack::glDeleteFramebuffers, {}, {}} {
+}
 
 GLNamesHandler::~GLNamesHandler() {
     // Unused names go back to the driver.

@@ -27,7 +27,9 @@ struct EglServerWaitArgs {
     EGLint flags;
 };
 
-core::FenceSyncManager& glFences() { return core::globalGLFenceSyncMgr; }
+core::FenceSyncManager& glFences() {
+    return core::globalGLFenceSyncMgr;
+}
 
 }  // namespace
 
@@ -67,9 +69,13 @@ void glWaitSync(core::Executor* executor, GLsync sync, GLbitfield flags, GLuint6
         ServerWaitArgs{sync, flags, timeout});
 }
 
-GLboolean glIsSync(core::Executor*, GLsync sync) { return glFences().isSync(sync); }
+GLboolean glIsSync(core::Executor*, GLsync sync) {
+    return glFences().isSync(sync);
+}
 
-void glDeleteSync(core::Executor*, GLsync sync) { glFences().destroy(sync); }
+void glDeleteSync(core::Executor*, GLsync sync) {
+    glFences().destroy(sync);
+}
 
 void glGetSynciv(core::Executor*, GLsync sync, GLenum pname, GLsizei count, GLsizei* length,
                  GLint* values) {
@@ -111,8 +117,8 @@ EGLBoolean eglDestroySyncKHR(core::Executor*, EGLDisplay dpy, EGLSyncKHR sync) {
     return globalFenceSyncMgr.destroy(dpy, sync);
 }
 
-EGLint eglClientWaitSyncKHR(core::Executor* executor, EGLDisplay dpy, EGLSyncKHR sync,
-                            EGLint flags, EGLTimeKHR timeout) {
+EGLint eglClientWaitSyncKHR(core::Executor* executor, EGLDisplay dpy, EGLSyncKHR sync, EGLint flags,
+                            EGLTimeKHR timeout) {
     if (core::context.eglSyncManaged)
         return globalFenceSyncMgr.clientWait(dpy, sync, flags, timeout);
     if (executor->fastFenceEnabled()) return EGL_CONDITION_SATISFIED_KHR;

@@ -24,8 +24,8 @@ void glGetSynciv(core::Executor* executor, GLsync sync, GLenum pname, GLsizei co
 EGLSyncKHR eglCreateSyncKHR(core::Executor* executor, EGLDisplay dpy, EGLenum type,
                             const EGLint* attrib_list);
 EGLBoolean eglDestroySyncKHR(core::Executor* executor, EGLDisplay dpy, EGLSyncKHR sync);
-EGLint eglClientWaitSyncKHR(core::Executor* executor, EGLDisplay dpy, EGLSyncKHR sync,
-                            EGLint flags, EGLTimeKHR timeout);
+EGLint eglClientWaitSyncKHR(core::Executor* executor, EGLDisplay dpy, EGLSyncKHR sync, EGLint flags,
+                            EGLTimeKHR timeout);
 EGLint eglWaitSyncKHR(core::Executor* executor, EGLDisplay dpy, EGLSyncKHR sync, EGLint flags);
 
 }  // namespace velour::handled

@@ -16,7 +16,7 @@ namespace velour {
 // glGetError needs no shadow: it is a drain and a read of the driver's error
 // state on the worker. The swap hook has no body.
 class ErrorHandler {
-public:
+  public:
     explicit ErrorHandler(core::DeferredExecutor* executor) : executor(executor) {}
     virtual ~ErrorHandler() = default;
     virtual void onSwap(EGLDisplay display, EGLSurface surface) {}
@@ -28,7 +28,7 @@ public:
 // driver names made ahead of need on the worker, so the game's names are the
 // driver's own and nothing is ever translated.
 class GLNamesHandler {
-public:
+  public:
     struct NamePool {
         const char* kind;
         void (*generate)(int n, unsigned* names);

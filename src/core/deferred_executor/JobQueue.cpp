@@ -38,8 +38,9 @@ struct CompletionSemaphore {
     void wait() {
         for (int i = 0; i < SPIN_TRIES; ++i) {
             int value = count.load(std::memory_order_acquire);
-            if (value > 0 && count.compare_exchange_weak(value, value - 1, std::memory_order_acquire,
-                                                         std::memory_order_relaxed))
+            if (value > 0 &&
+                count.compare_exchange_weak(value, value - 1, std::memory_order_acquire,
+                                            std::memory_order_relaxed))
                 return;
         }
         if (count.fetch_sub(1, std::memory_order_acquire) < 1) {

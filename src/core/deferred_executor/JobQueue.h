@@ -21,7 +21,7 @@ namespace velour::core {
 class JobQueue {
     using Tracker = MemTracker<MemCategory::JobQueue>;
 
-public:
+  public:
     struct JobBuffer {
         std::basic_string<char, std::char_traits<char>, Tracker::allocator<char>> name;
         std::uint32_t capacity = 0;
@@ -91,7 +91,7 @@ public:
     // Counters of the producer's side, for diagnostics and tests.
     const Statistics& stats() const { return statistics; }
 
-private:
+  private:
     template <typename T>
     using Deque = std::deque<T, Tracker::allocator<T>>;
 

@@ -33,68 +33,68 @@ constexpr GLenum FLOAT_32_UNSIGNED_INT_24_8_REV = 0x8DAD, DEPTH32F_STENCIL8 = 0x
 
 int components(GLenum format) {
     switch (format) {
-    case RGBA:
-    case BGRA_EXT:
-    case RGBA_INTEGER:
-        return 4;
-    case RGB:
-    case SRGB_EXT:
-    case RGB_INTEGER:
-        return 3;
-    case LUMINANCE_ALPHA:
-    case RG:
-    case RG_INTEGER:
-    case DEPTH_STENCIL:
-        return 2;
-    case STENCIL:
-    case STENCIL_INDEX:
-    case DEPTH_COMPONENT:
-    case RED:
-    case GREEN:
-    case BLUE:
-    case ALPHA:
-    case LUMINANCE:
-    case RED_INTEGER:
-        return 1;
-    default:
-        return 0;
+        case RGBA:
+        case BGRA_EXT:
+        case RGBA_INTEGER:
+            return 4;
+        case RGB:
+        case SRGB_EXT:
+        case RGB_INTEGER:
+            return 3;
+        case LUMINANCE_ALPHA:
+        case RG:
+        case RG_INTEGER:
+        case DEPTH_STENCIL:
+            return 2;
+        case STENCIL:
+        case STENCIL_INDEX:
+        case DEPTH_COMPONENT:
+        case RED:
+        case GREEN:
+        case BLUE:
+        case ALPHA:
+        case LUMINANCE:
+        case RED_INTEGER:
+            return 1;
+        default:
+            return 0;
     }
 }
 
 // Packed types give the whole pixel whatever the format says.
 int pixelBytes(int components, GLenum type) {
     switch (type) {
-    case BYTE:
-    case UNSIGNED_BYTE:
-        return components;
-    case SHORT:
-    case UNSIGNED_SHORT:
-    case HALF_FLOAT:
-    case HALF_FLOAT_OES:
-        return 2 * components;
-    case INT:
-    case UNSIGNED_INT:
-    case FLOAT:
-        return 4 * components;
-    case UNSIGNED_SHORT_4_4_4_4:
-    case UNSIGNED_SHORT_5_5_5_1:
-    case UNSIGNED_SHORT_5_6_5:
-    case DEPTH_COMPONENT16:
-        return 2;
-    case DEPTH_COMPONENT24:
-    case UNSIGNED_INT_24_8:
-    case UNSIGNED_INT_2_10_10_10_REV:
-    case INT_2_10_10_10_REV:
-    case DEPTH24_STENCIL8:
-    case UNSIGNED_INT_5_9_9_9_REV:
-    case UNSIGNED_INT_10F_11F_11F_REV:
-    case DEPTH_COMPONENT32F:
-        return 4;
-    case FLOAT_32_UNSIGNED_INT_24_8_REV:
-    case DEPTH32F_STENCIL8:
-        return 8;
-    default:
-        return 0;
+        case BYTE:
+        case UNSIGNED_BYTE:
+            return components;
+        case SHORT:
+        case UNSIGNED_SHORT:
+        case HALF_FLOAT:
+        case HALF_FLOAT_OES:
+            return 2 * components;
+        case INT:
+        case UNSIGNED_INT:
+        case FLOAT:
+            return 4 * components;
+        case UNSIGNED_SHORT_4_4_4_4:
+        case UNSIGNED_SHORT_5_5_5_1:
+        case UNSIGNED_SHORT_5_6_5:
+        case DEPTH_COMPONENT16:
+            return 2;
+        case DEPTH_COMPONENT24:
+        case UNSIGNED_INT_24_8:
+        case UNSIGNED_INT_2_10_10_10_REV:
+        case INT_2_10_10_10_REV:
+        case DEPTH24_STENCIL8:
+        case UNSIGNED_INT_5_9_9_9_REV:
+        case UNSIGNED_INT_10F_11F_11F_REV:
+        case DEPTH_COMPONENT32F:
+            return 4;
+        case FLOAT_32_UNSIGNED_INT_24_8_REV:
+        case DEPTH32F_STENCIL8:
+            return 8;
+        default:
+            return 0;
     }
 }
 

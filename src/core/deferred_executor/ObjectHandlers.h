@@ -17,7 +17,7 @@ class DeferredExecutor;
 // Program and shader calls need no shadow: their classes already put them on
 // the right thread. Only glBindAttribLocation copies its name.
 class ProgramAndShaderHandler {
-public:
+  public:
     explicit ProgramAndShaderHandler(DeferredExecutor* executor) : executor(executor) {}
     virtual ~ProgramAndShaderHandler() = default;
 
@@ -29,7 +29,7 @@ public:
 // Pixel uploads copied at the call, sized by the unpack pixel-store values
 // that the executor keeps as the game sets them.
 class TextureHandler {
-public:
+  public:
     explicit TextureHandler(DeferredExecutor* executor) : executor(executor) {}
     virtual ~TextureHandler() = default;
 
@@ -56,7 +56,7 @@ class QueryHandler {
     using Set = std::unordered_set<unsigned, std::hash<unsigned>, std::equal_to<unsigned>,
                                    Tracker::allocator<unsigned>>;
 
-public:
+  public:
     static constexpr GLenum ANY_SAMPLES_PASSED = 35887;
 
     explicit QueryHandler(DeferredExecutor* executor);
@@ -70,7 +70,7 @@ public:
     DeferredExecutor* executor;
     Set anySamplesQueries;
 
-private:
+  private:
     // Nodes of erased ids, reused by later inserts: a game that makes and
     // deletes its queries every frame costs no heap traffic.
     std::vector<Set::node_type, Tracker::allocator<Set::node_type>> spare;
@@ -79,7 +79,7 @@ private:
 // With disableEglTimeStamps set, the first answers of the frame-time queries
 // are kept and repeated, so they stop costing a drain each frame.
 class EglTimeHandler {
-public:
+  public:
     explicit EglTimeHandler(DeferredExecutor* executor) : executor(executor) {}
     virtual ~EglTimeHandler() = default;
 
@@ -100,7 +100,7 @@ public:
 // is done, into the executor's read-back cache, and the game's later map of
 // the buffer is served from the copy without a drain.
 class MiscHandler {
-public:
+  public:
     explicit MiscHandler(DeferredExecutor* executor) : executor(executor) {}
     virtual ~MiscHandler() = default;
 

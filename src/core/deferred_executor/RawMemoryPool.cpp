@@ -20,8 +20,8 @@ void* FixedSizeRawMemoryPool::allocate() {
         Chunk* chunk = Tracker::create<Chunk>();
         if (!chunk) return nullptr;
         chunk->blocks = nextChunkBlocks;
-        chunk->memory = static_cast<unsigned char*>(
-            Tracker::allocate(std::size_t(stride) * chunk->blocks));
+        chunk->memory =
+            static_cast<unsigned char*>(Tracker::allocate(std::size_t(stride) * chunk->blocks));
         if (!chunk->memory) {
             Tracker::destroy(chunk);
             return nullptr;
@@ -69,7 +69,8 @@ void* RawMemoryPoolMap::allocate(std::uint32_t size) {
     {
         std::lock_guard<std::mutex> lock(mutex);
         auto& slot = pools[sizeClass];
-        if (!slot) slot.reset(Tracker::create<FixedSizeRawMemoryPool>((sizeClass + 1) * granularity));
+        if (!slot)
+            slot.reset(Tracker::create<FixedSizeRawMemoryPool>((sizeClass + 1) * granularity));
         pool = slot.get();
     }
     return pool->allocate();

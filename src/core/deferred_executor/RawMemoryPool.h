@@ -13,7 +13,7 @@ namespace velour::core {
 class FixedSizeRawMemoryPool {
     using Tracker = MemTracker<MemCategory::RawMemoryPool>;
 
-public:
+  public:
     explicit FixedSizeRawMemoryPool(std::uint32_t blockSize);
     ~FixedSizeRawMemoryPool();
     FixedSizeRawMemoryPool(const FixedSizeRawMemoryPool&) = delete;
@@ -27,7 +27,7 @@ public:
     std::uint32_t blockSize() const { return size; }
     std::uint32_t used() const { return usedCount; }
 
-private:
+  private:
     struct Block {
         FixedSizeRawMemoryPool* owner;
         Block* prev;
@@ -58,17 +58,17 @@ private:
 class RawMemoryPoolMap {
     using Tracker = MemTracker<MemCategory::RawMemoryPool>;
 
-public:
+  public:
     static constexpr std::uint32_t granularity = 1024;
 
     void* allocate(std::uint32_t size);
 
-private:
-    using Pools = std::unordered_map<
-        std::uint32_t, Tracker::unique_ptr<FixedSizeRawMemoryPool>, std::hash<std::uint32_t>,
-        std::equal_to<std::uint32_t>,
-        Tracker::allocator<
-            std::pair<const std::uint32_t, Tracker::unique_ptr<FixedSizeRawMemoryPool>>>>;
+  private:
+    using Pools =
+        std::unordered_map<std::uint32_t, Tracker::unique_ptr<FixedSizeRawMemoryPool>,
+                           std::hash<std::uint32_t>, std::equal_to<std::uint32_t>,
+                           Tracker::allocator<std::pair<
+                               const std::uint32_t, Tracker::unique_ptr<FixedSizeRawMemoryPool>>>>;
     Pools pools;
     std::mutex mutex;
 };
