@@ -284,40 +284,34 @@ GLboolean glIsVertexArray(Executor* executor, GLuint array) {
     return client(executor).vertexArrayElementBuffers.contains(array) ? 1 : 0;
 }
 
-void glGetVertexAttribiv(Executor* executor, GLuint index, GLenum pname, GLint* params) {
+namespace {
+// The four attribute queries differ only in the type they write: one shadow
+// answer, else the driver after a drain.
+template <auto& Slot, typename T>
+void getVertexAttrib(Executor* executor, GLuint index, GLenum pname, T* params) {
     GLint value;
     if (params && client(executor).vertexAttrib(index, pname, value)) {
-        *params = value;
+        *params = static_cast<T>(value);
         return;
     }
-    syncCall<hijack::glGetVertexAttribiv>(executor->queue, index, pname, params);
+    syncCall<Slot>(executor->queue, index, pname, params);
+}
+}  // namespace
+
+void glGetVertexAttribiv(Executor* executor, GLuint index, GLenum pname, GLint* params) {
+    getVertexAttrib<hijack::glGetVertexAttribiv>(executor, index, pname, params);
 }
 
 void glGetVertexAttribfv(Executor* executor, GLuint index, GLenum pname, GLfloat* params) {
-    GLint value;
-    if (params && client(executor).vertexAttrib(index, pname, value)) {
-        *params = static_cast<GLfloat>(value);
-        return;
-    }
-    syncCall<hijack::glGetVertexAttribfv>(executor->queue, index, pname, params);
+    getVertexAttrib<hijack::glGetVertexAttribfv>(executor, index, pname, params);
 }
 
 void glGetVertexAttribIiv(Executor* executor, GLuint index, GLenum pname, GLint* params) {
-    GLint value;
-    if (params && client(executor).vertexAttrib(index, pname, value)) {
-        *params = value;
-        return;
-    }
-    syncCall<hijack::glGetVertexAttribIiv>(executor->queue, index, pname, params);
+    getVertexAttrib<hijack::glGetVertexAttribIiv>(executor, index, pname, params);
 }
 
 void glGetVertexAttribIuiv(Executor* executor, GLuint index, GLenum pname, GLuint* params) {
-    GLint value;
-    if (params && client(executor).vertexAttrib(index, pname, value)) {
-        *params = static_cast<GLuint>(value);
-        return;
-    }
-    syncCall<hijack::glGetVertexAttribIuiv>(executor->queue, index, pname, params);
+    getVertexAttrib<hijack::glGetVertexAttribIuiv>(executor, index, pname, params);
 }
 
 void glGetVertexAttribPointerv(Executor* executor, GLuint index, GLenum pname, void** pointer) {
