@@ -52,7 +52,8 @@ const char USAGE[] =
     "\n"
     "The program gets VELOUR_SYSROOT, VELOUR_PROPERTY_STORE, VELOUR_LAYER and\n"
     "LD_LIBRARY_PATH, and the GLES stand-ins in LD_PRELOAD, so that a program that\n"
-    "opens GLES late still gets them. VELOUR_LOADER_TRACE=1 makes the loader print\n"
+    "opens GLES late still gets them, with glXGetProcAddress(ARB) answered by the\n"
+    "loader. VELOUR_LOADER_TRACE=1 makes the loader print\n"
     "where each entry point it hands out comes from.\n"
     "\n"
     "examples:\n"
@@ -221,8 +222,10 @@ void setEnvironment(const Options& options, const std::string& sysroot) {
     // A program that dlopens the GLES libraries by soname only after its first
     // EGL call would get the system's copies, which the loader has opened by
     // then and whose sonames match: the stand-ins are loaded first instead.
-    std::string preload = std::string(VELOUR_LOADER_DIR) + "/libGLESv2.so.2:" + VELOUR_LOADER_DIR +
-                          "/libGLESv1_CM.so.1";
+    // The GLX look-up functions go through the loader too.
+    const std::string dir = VELOUR_LOADER_DIR;
+    std::string preload = dir + "/libGLESv2.so.2:" + dir + "/libGLESv1_CM.so.1:" + dir +
+                          "/libvelour_loader_glx.so";
     const char* oldPreload = std::getenv("LD_PRELOAD");
     if (oldPreload && oldPreload[0]) preload += std::string(":") + oldPreload;
     setenv("LD_PRELOAD", preload.c_str(), 1);
