@@ -15,11 +15,12 @@ shader_runner_gles2/3 and glslparsertest_gles2, as piglit's installed test
 lists name them) once directly and once per runtime mode through
   velour-run --package com.velour.loadertest --mode N --
 on Mesa's surfaceless EGL platform, each with a 60 s timeout, and compares the
-result word (pass, fail, skip, warn, crash, timeout) test by test. The runs
-through the layer preload the loader's GLES stand-ins (--no-preload does not):
-piglit opens libGLESv2.so.2 by soname after the loader has opened the system's,
-and would otherwise get the system's. In mode 4 each test's interface log must
-name GL entry points, or its GL calls went around the layer.
+result word (pass, fail, skip, warn, crash, timeout) test by test. velour-run
+preloads the loader's GLES stand-ins (piglit opens libGLESv2.so.2 by soname
+after the loader has opened the system's) and answers piglit's
+glXGetProcAddressARB look-ups of extension functions, which would otherwise go
+straight to the driver. In mode 4 each test's interface log must name GL entry
+points, or its GL calls went around the layer.
 
 It prints a summary per mode and every test whose result differs from the
 direct one, with both results and the path of its log. The exit status is 1
@@ -39,7 +40,6 @@ when a difference is not listed in tests/piglit/expected-differences.txt
                    mode, to run by hand (or under gdb), and stop
   --backtrace      rerun every crashing test under gdb; the backtrace goes
                    into its log
-  --no-preload     leave LD_PRELOAD alone (see above)
   -v               print each test as it ends
 
 The build is \$VELOUR_BUILD_DIR, else build/ (made with scripts/build.sh).
