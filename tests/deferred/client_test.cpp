@@ -355,6 +355,9 @@ TEST_F(Client, GetIntegervAnswersTheShadowWithoutADrain) {
     gl_deferred_glReadBuffer(0x8CE0);
     gl_deferred_glBindVertexArray(11);
     gl_deferred_glBindBuffer(COPY_READ_BUFFER, 4);
+    gl_deferred_glPixelStorei(0x0CF5, 1);   // unpack alignment
+    gl_deferred_glPixelStorei(0x0CF2, 64);  // unpack row length
+    gl_deferred_glPixelStorei(0x0D05, 2);   // pack alignment: not answered
     auto before = drains();
     auto get = [](GLenum pname) {
         GLint value = -1;
@@ -366,6 +369,9 @@ TEST_F(Client, GetIntegervAnswersTheShadowWithoutADrain) {
     EXPECT_EQ(get(0x0C02), 0x8CE0);
     EXPECT_EQ(get(0x85B5), 11);
     EXPECT_EQ(get(COPY_READ_BUFFER), 4);
+    EXPECT_EQ(get(0x0CF5), 1);
+    EXPECT_EQ(get(0x0CF2), 64);
+    EXPECT_EQ(get(0x806E), 0) << "unpack image height as GL starts it";
     EXPECT_TRUE(gl_deferred_glIsVertexArray(11));
     EXPECT_FALSE(gl_deferred_glIsVertexArray(12));
     gl_deferred_glGetIntegerv(0x0D33, nullptr);
@@ -389,7 +395,8 @@ TEST_F(Client, GetIntegervAnswersTheShadowWithoutADrain) {
     EXPECT_EQ(drains(), before + 1);
     EXPECT_EQ(get(0x0D33), 42);
     EXPECT_EQ(get(0x0D33), 42);
-    EXPECT_EQ(drains(), before + 3);
+    EXPECT_EQ(get(0x0D05), 42);
+    EXPECT_EQ(drains(), before + 4);
 }
 
 TEST_F(Client, VertexAttribQueriesComeFromTheShadowOfTheDefaultArray) {

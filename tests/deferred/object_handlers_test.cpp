@@ -502,6 +502,50 @@ TEST_F(Readback, AFailedWaitOrMapOrEmptyBufferLeavesNoCopy) {
     EXPECT_EQ(cache().data, nullptr);
 }
 
+TEST_F(Readback, TheGamesReadMapOfTheCopiedBufferIsServedFromTheCopy) {
+    gl_deferred_glBindBuffer(PIXEL_PACK_BUFFER, 77);
+    gl_deferred_glReadPixels(0, 0, 4, 4, RGBA, UNSIGNED_BYTE, nullptr);
+    gl_deferred_glFinish();
+    fake::clearCalls();
+    std::uint64_t before = drains();
+
+    auto* mapped = static_cast<unsigned char*>(
+        gl_deferred_glMapBufferRange(PIXEL_PACK_BUFFER, 100, 200, MAP_READ_BIT));
+    ASSERT_NE(mapped, nullptr);
+    EXPECT_NE(mapped, packed.data() + 100) << "the copy, not the driver's memory";
+    EXPECT_EQ(std::memcmp(mapped, packed.data() + 100, 200), 0);
+    EXPECT_EQ(gl_deferred_glUnmapBuffer(PIXEL_PACK_BUFFER), 1);
+    EXPECT_EQ(drains(), before);
+    EXPECT_EQ(names(), (std::vector<std::string>{"glClientWaitSync"}));
+    auto wait = fake::callsOf("glClientWaitSync")[0];
+    EXPECT_EQ(wait.args[0].bits, 0xf2u) << "the copy's own fence";
+    EXPECT_EQ(wait.thread, threadId());
+    EXPECT_FALSE(cache().valid);
+
+    // Consumed: the next map and unmap are the driver's.
+    gl_deferred_glMapBufferRange(PIXEL_PACK_BUFFER, 0, 16, MAP_READ_BIT);
+    gl_deferred_glUnmapBuffer(PIXEL_PACK_BUFFER);
+    EXPECT_EQ(drains(), before + 2);
+    EXPECT_EQ(fake::callsOf("glMapBufferRange").size(), 1u);
+    EXPECT_EQ(fake::callsOf("glUnmapBuffer").size(), 1u);
+}
+
+TEST_F(Readback, AnotherBufferARangeBeyondTheCopyOrAFailedWaitMapsTheRealBuffer) {
+    gl_deferred_glBindBuffer(PIXEL_PACK_BUFFER, 77);
+    gl_deferred_glReadPixels(0, 0, 4, 4, RGBA, UNSIGNED_BYTE, nullptr);
+    gl_deferred_glFinish();
+    fake::clearCalls();
+
+    gl_deferred_glBindBuffer(PIXEL_PACK_BUFFER, 78);
+    gl_deferred_glMapBufferRange(PIXEL_PACK_BUFFER, 0, 16, MAP_READ_BIT);
+    gl_deferred_glBindBuffer(PIXEL_PACK_BUFFER, 77);
+    gl_deferred_glMapBufferRange(PIXEL_PACK_BUFFER, 1000, 501, MAP_READ_BIT);
+    waitStatus = TIMEOUT_EXPIRED;
+    gl_deferred_glMapBufferRange(PIXEL_PACK_BUFFER, 0, 16, MAP_READ_BIT);
+    EXPECT_EQ(fake::callsOf("glMapBufferRange").size(), 3u);
+    EXPECT_TRUE(cache().valid) << "only an unmap of the copy consumes it";
+}
+
 TEST_F(Readback, IntoClientMemoryOrAtAnOffsetWaitsAndPassesThePointer) {
     std::uint64_t before = drains();
     auto* offset = reinterpret_cast<void*>(16);

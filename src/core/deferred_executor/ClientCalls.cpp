@@ -348,6 +348,7 @@ void glGetBufferPointervOES(Executor* executor, GLenum target, GLenum pname, voi
 void* glMapBufferRange(Executor* executor, GLenum target, GLintptr offset, GLsizeiptr length,
                        GLbitfield access) {
     if (void* shadow = client(executor).mapForWrite(target, offset, length, access)) return shadow;
+    if (void* copy = client(executor).mapReadBack(target, offset, length, access)) return copy;
     return syncCall<hijack::glMapBufferRange>(executor->queue, target, offset, length, access);
 }
 
@@ -359,11 +360,13 @@ void glFlushMappedBufferRange(Executor* executor, GLenum target, GLintptr offset
 }
 
 GLboolean glUnmapBuffer(Executor* executor, GLenum target) {
+    if (client(executor).unmapReadBack(target)) return 1;
     if (client(executor).unmapWritten(target)) return 1;
     return syncCall<hijack::glUnmapBuffer>(executor->queue, target);
 }
 
 GLboolean glUnmapBufferOES(Executor* executor, GLenum target) {
+    if (client(executor).unmapReadBack(target)) return 1;
     if (client(executor).unmapWritten(target)) return 1;
     return syncCall<hijack::glUnmapBufferOES>(executor->queue, target);
 }

@@ -17,6 +17,11 @@ constexpr GLenum PRIMITIVE_RESTART_FIXED_INDEX = 36201;
 constexpr GLbitfield MAP_READ_BIT = 0x1;
 constexpr GLbitfield MAP_FLUSH_EXPLICIT_BIT = 0x10;
 constexpr GLbitfield MAP_PERSISTENT_BIT = 0x40;
+constexpr GLenum PIXEL_PACK_BUFFER = 0x88EB;
+constexpr GLbitfield SYNC_FLUSH_COMMANDS_BIT = 0x1;
+constexpr GLenum ALREADY_SIGNALED = 0x911A;
+constexpr GLenum CONDITION_SATISFIED = 0x911C;
+constexpr GLuint64 ONE_SECOND = 1000000000;
 
 constexpr GLenum BYTE = 0x1400;
 constexpr GLenum UNSIGNED_BYTE = 0x1401;
@@ -421,10 +426,9 @@ bool ClientGLHandler::getIntegerv(GLenum pname, GLint* data) {
             return true;
         }
         default:
-            // The unpack pixel-store values (GL_UNPACK_*) belong to the pixel-store
-            // shadow of the texture handler; until it answers them, they are read
-            // from the driver like any other pname.
-            return false;
+            // The GL_UNPACK_* values as the game last set them; anything else
+            // is the driver's to answer.
+            return executor->unpackParameter(pname, data);
     }
 }
 
@@ -526,6 +530,33 @@ bool ClientGLHandler::unmapWritten(GLenum target) {
     executor->queue.record(&unmapJob,
                            UnmapArgs{target, map->offset, map->length, map->access, map->shadow});
     mappedBuffers.erase(buffer);
+    return true;
+}
+
+void* ClientGLHandler::mapReadBack(GLenum target, GLintptr offset, GLsizeiptr length,
+                                   GLbitfield access) {
+    GLuint buffer = binding(target);
+    if (buffer == 0 || !(access & MAP_READ_BIT) || target != PIXEL_PACK_BUFFER) return nullptr;
+    core::DeferredExecutor::ReadbackCache& cache = executor->readbackCache;
+    std::lock_guard<std::mutex> lock(cache.mutex);
+    if (!cache.valid || cache.buffer != buffer) return nullptr;
+    // A range beyond the copy is the real buffer's to give.
+    if (offset < 0 || length < 0 ||
+        static_cast<std::uint64_t>(offset) + static_cast<std::uint64_t>(length) > cache.size)
+        return nullptr;
+    GLenum status = hijack::glClientWaitSync(cache.fence, SYNC_FLUSH_COMMANDS_BIT, ONE_SECOND);
+    if (status != ALREADY_SIGNALED && status != CONDITION_SATISFIED) return nullptr;
+    return static_cast<char*>(cache.data) + offset;
+}
+
+bool ClientGLHandler::unmapReadBack(GLenum target) {
+    GLuint buffer = binding(target);
+    if (buffer == 0 || target != PIXEL_PACK_BUFFER) return false;
+    core::DeferredExecutor::ReadbackCache& cache = executor->readbackCache;
+    std::lock_guard<std::mutex> lock(cache.mutex);
+    if (!cache.valid || cache.buffer != buffer) return false;
+    cache.buffer = 0;
+    cache.valid = false;
     return true;
 }
 

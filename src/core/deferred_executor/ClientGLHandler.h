@@ -279,6 +279,11 @@ class ClientGLHandler {
     // Records the write-back of a write map; false: not one of ours.
     bool unmapWritten(GLenum target);
     bool isMappedForWrite(GLenum target);
+    // A read map of the pack buffer that the last asynchronous glReadPixels
+    // copied: the copy, once its fence has passed; null: map by the driver.
+    void* mapReadBack(GLenum target, GLintptr offset, GLsizeiptr length, GLbitfield access);
+    // Ends a map that mapReadBack served; false: not one of those.
+    bool unmapReadBack(GLenum target);
     void drawBuffers(GLsizei n, const GLenum* bufs);
 
     core::DeferredExecutor* executor;
