@@ -148,12 +148,10 @@ void Hud::text(float x, float y, float pixel, const std::string& s, const std::u
     }
 }
 
-void Hud::draw(int frame, float health, bool targetVisible) {
-    GLint viewport[4] = {0, 0, 0, 0};
-    glGetIntegerv(GL_VIEWPORT, viewport);
-    const float width = static_cast<float>(viewport[2]);
-    const float height = static_cast<float>(viewport[3]);
-    const float px = viewport[3] >= 360 ? 2.0f : 1.0f;
+void Hud::draw(int screenWidth, int screenHeight, int frame, float health, bool targetVisible) {
+    const float width = static_cast<float>(screenWidth);
+    const float height = static_cast<float>(screenHeight);
+    const float px = screenHeight >= 360 ? 2.0f : 1.0f;
 
     vertices_.clear();
     indices_.clear();

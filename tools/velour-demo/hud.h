@@ -17,9 +17,9 @@ class Hud {
     Hud(const Hud&) = delete;
     Hud& operator=(const Hud&) = delete;
 
-    // Draws into the bound framebuffer, laid out from the current viewport.
+    // Draws into the bound framebuffer of width x height pixels.
     // `health` is in [0, 1].
-    void draw(int frame, float health, bool targetVisible);
+    void draw(int width, int height, int frame, float health, bool targetVisible);
 
   private:
     struct Vertex {

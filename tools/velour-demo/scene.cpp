@@ -247,6 +247,11 @@ Scene::Scene(int width, int height) : width_(width), height_(height) {
                  GL_STREAM_READ);
     glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
 
+    // The frame ends in the framebuffer the caller had bound: the screen.
+    GLint screen = 0;
+    glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &screen);
+    screen_ = static_cast<GLuint>(screen);
+
     hud_ = std::make_unique<Hud>();
     checkGl("scene set-up");
 }
@@ -285,14 +290,18 @@ void Scene::waitForPreviousFrame() {
     if (result == GL_WAIT_FAILED) throw Failure("glClientWaitSync failed");
 }
 
-void Scene::collectPreviousResults(int frame) {
+void Scene::collectPreviousResults(int frame, bool capture) {
     if (frame <= 1) return;
     // Blocking reads of last frame's results, never availability polls: what
-    // the frame shows must not depend on timing.
+    // the frame shows must not depend on timing. The query's answer only
+    // shows in the HUD, so it is read for captured frames alone: a game does
+    // not stall its pipeline every frame for a result.
     const int previous = (frame - 1) % 2;
-    GLuint anySamples = 0;
-    glGetQueryObjectuiv(queries_[previous], GL_QUERY_RESULT, &anySamples);
-    targetVisible_ = anySamples != 0;
+    if (capture) {
+        GLuint anySamples = 0;
+        glGetQueryObjectuiv(queries_[previous], GL_QUERY_RESULT, &anySamples);
+        targetVisible_ = anySamples != 0;
+    }
 
     constexpr int kTexels = kProbeSize * kProbeSize;
     float rgba[kTexels * 4];
@@ -411,12 +420,8 @@ void Scene::drawScene(bool mainPass, int frame) {
 }
 
 void Scene::renderFrame(int frame, bool capture) {
-    // The frame ends in whatever framebuffer the caller had bound: the screen.
-    GLint screen = 0;
-    glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &screen);
-
     waitForPreviousFrame();
-    collectPreviousResults(frame);
+    collectPreviousResults(frame, capture);
     const float t = static_cast<float>(frame - 1) / kFramesPerSecond;
 
     glActiveTexture(GL_TEXTURE1);
@@ -484,7 +489,7 @@ void Scene::renderFrame(int frame, bool capture) {
     glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
 
     // Post pass.
-    glBindFramebuffer(GL_FRAMEBUFFER, static_cast<GLuint>(screen));
+    glBindFramebuffer(GL_FRAMEBUFFER, screen_);
     glViewport(0, 0, width_, height_);
     glUseProgram(postProgram_);
     glUniform1f(loc_.exposure, exposure_);
@@ -494,7 +499,7 @@ void Scene::renderFrame(int frame, bool capture) {
     glDrawArrays(GL_TRIANGLES, 0, 3);
     glBindVertexArray(0);
 
-    hud_->draw(frame, 0.55f + 0.4f * std::sin(2.2f * t), targetVisible_);
+    hud_->draw(width_, height_, frame, 0.55f + 0.4f * std::sin(2.2f * t), targetVisible_);
 
     if (capture) {
         glBindBuffer(GL_PIXEL_PACK_BUFFER, capturePbo_);

@@ -36,7 +36,7 @@ class Scene {
     };
 
     void waitForPreviousFrame();
-    void collectPreviousResults(int frame);
+    void collectPreviousResults(int frame, bool capture);
     void updateDetailTexture(int frame);
     void updateInstances(float t);
     void drawScene(bool withQuery, int frame);
@@ -53,6 +53,7 @@ class Scene {
     GLuint queries_[2] = {0, 0};
     GLuint probePbo_[2] = {0, 0};
     GLuint capturePbo_ = 0;
+    GLuint screen_ = 0;
     GLsync fence_ = nullptr;
 
     struct {

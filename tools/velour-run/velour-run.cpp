@@ -224,8 +224,8 @@ void setEnvironment(const Options& options, const std::string& sysroot) {
     // then and whose sonames match: the stand-ins are loaded first instead.
     // The GLX look-up functions go through the loader too.
     const std::string dir = VELOUR_LOADER_DIR;
-    std::string preload = dir + "/libGLESv2.so.2:" + dir + "/libGLESv1_CM.so.1:" + dir +
-                          "/libvelour_loader_glx.so";
+    std::string preload =
+        dir + "/libGLESv2.so.2:" + dir + "/libGLESv1_CM.so.1:" + dir + "/libvelour_loader_glx.so";
     const char* oldPreload = std::getenv("LD_PRELOAD");
     if (oldPreload && oldPreload[0]) preload += std::string(":") + oldPreload;
     setenv("LD_PRELOAD", preload.c_str(), 1);
