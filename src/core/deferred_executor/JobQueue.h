@@ -63,10 +63,9 @@ class JobQueue {
     void record(JobAction action, const Args& args) {
         JobBuffer* buffer = current;
         std::uint32_t index = buffer->writeIndex.load(std::memory_order_relaxed);
-        if (__builtin_expect(index == buffer->capacity, 0)) {
-            buffer = makeRoom();
-            index = 0;
-        }
+        // A tail call, so that the usual path needs no stack frame.
+        if (__builtin_expect(index == buffer->capacity, 0))
+            return recordAfterHandOver(action, args);
         Job& job = buffer->jobs[index];
         job.action = action;
         storeArgs(job, args);
@@ -80,6 +79,15 @@ class JobQueue {
     void flushAndWait();
     // Hands over a full buffer and returns the next, which may mean a sleep.
     __attribute__((noinline, cold)) JobBuffer* makeRoom();
+    // record() when the buffer is full: hands it over, then records.
+    template <typename Args>
+    __attribute__((noinline, cold)) void recordAfterHandOver(JobAction action, Args args) {
+        JobBuffer* buffer = makeRoom();
+        Job& job = buffer->jobs[0];
+        job.action = action;
+        storeArgs(job, args);
+        buffer->writeIndex.store(1, std::memory_order_release);
+    }
     // Consumer: runs one workload; false when the consumer shall end.
     bool processNext();
     // Ends the consumer; work still queued is not run.
