@@ -1,6 +1,10 @@
 // The deferral protocol as the driver sees it: which thread makes which call,
 // and in what order.
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <thread>
 
 #include "DeferredFixture.h"
 #include "platform/properties.h"
@@ -177,6 +181,29 @@ TEST_F(Deferred, DestroyReplaysEverythingFirst) {
     auto destroyed = fake::callsOf("eglDestroyContext");
     ASSERT_EQ(destroyed.size(), 2u);
     EXPECT_EQ(destroyed[1].args[1].bits, 0x100u);
+}
+
+// exit() runs the driver's exit-time teardown, registered when the driver
+// loaded, which is before any context: the game thread's recorded calls must
+// have reached the driver by then.
+std::atomic<bool> g_driverTornDown{false};
+
+TEST_F(Deferred, ExitFinishesTheRecordedCallsBeforeTheDriversTeardown) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            std::atexit([] { g_driverTornDown = true; });
+            bind(core::MODE_DEFERRED);
+            fake::setHandler("glBlendFunc", [](const fake::Call&) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(200));
+                std::fprintf(stderr, g_driverTornDown ? "replayed after the teardown\n"
+                                                      : "replayed before the teardown\n");
+                return 0;
+            });
+            gl_deferred_glBlendFunc(1, 0);
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "replayed before the teardown");
 }
 
 TEST_F(Deferred, TwoContextsAndTheGamesView) {

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
+#include <mutex>
 
 #include "core/context.h"
 #include "core/log.h"
@@ -73,8 +75,24 @@ DeferredExecutor::DeferredExecutor(RenderContext* renderContext)
     if (runtimeMode() != MODE_DEFERRED) queue.setInlineDrain(true);
 }
 
+// exit() runs the static destructors of the driver's libraries while the
+// worker may still be replaying calls recorded before it: the recording
+// thread's calls are finished first, as they would have been without the
+// layer. Another thread's queue cannot be drained safely from here, since its
+// game thread may still be recording.
+namespace {
+void finishRecordedCallsAtExit() {
+    DeferredExecutor* executor = tlglobals.executor;
+    if (executor && executor->isWorkerRunning()) executor->queue.flushAndWait();
+}
+}  // namespace
+
 void DeferredExecutor::start() {
     if (runtimeMode() != MODE_DEFERRED) return;
+    // Registered once the driver is loaded (its contexts exist by now), so
+    // that it runs before the driver's own exit-time destructors.
+    static std::once_flag registered;
+    std::call_once(registered, [] { std::atexit(&finishRecordedCallsAtExit); });
     thread = std::thread([this] { work(); });
 }
 

@@ -53,6 +53,8 @@ class DeferredExecutor {
     void checkAndFreeTempData();
     void adaptiveSubmission();
     Counters counters() const;
+    // A worker thread replays the queue (deferred mode) and has not ended.
+    bool isWorkerRunning() const { return thread.joinable() && !stopped; }
     bool fastFenceEnabled() const { return fastFence; }
 
     // Raised by any recording thread, read at the swap; a late sighting only
