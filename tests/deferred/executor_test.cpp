@@ -183,23 +183,28 @@ TEST_F(Deferred, DestroyReplaysEverythingFirst) {
     EXPECT_EQ(destroyed[1].args[1].bits, 0x100u);
 }
 
-// exit() runs the driver's exit-time teardown, registered when the driver
-// loaded, which is before any context: the game thread's recorded calls must
-// have reached the driver by then.
+// exit() runs the driver's exit-time teardown, which the driver may have
+// registered at any time, on the worker too: the game thread's recorded calls
+// must have reached the driver before it.
 std::atomic<bool> g_driverTornDown{false};
 
 TEST_F(Deferred, ExitFinishesTheRecordedCallsBeforeTheDriversTeardown) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
-            std::atexit([] { g_driverTornDown = true; });
             bind(core::MODE_DEFERRED);
+            fake::setHandler("glClear", [](const fake::Call&) {
+                std::atexit([] { g_driverTornDown = true; });
+                return 0;
+            });
             fake::setHandler("glBlendFunc", [](const fake::Call&) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(200));
                 std::fprintf(stderr, g_driverTornDown ? "replayed after the teardown\n"
                                                       : "replayed before the teardown\n");
                 return 0;
             });
+            gl_deferred_glClear(0x4000);
+            gl_deferred_glGetError();  // the teardown is registered by now
             gl_deferred_glBlendFunc(1, 0);
             std::exit(0);
         },

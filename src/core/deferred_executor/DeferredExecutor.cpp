@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
-#include <cstdlib>
-#include <mutex>
 
 #include "core/context.h"
 #include "core/log.h"
@@ -75,25 +73,32 @@ DeferredExecutor::DeferredExecutor(RenderContext* renderContext)
     if (runtimeMode() != MODE_DEFERRED) queue.setInlineDrain(true);
 }
 
-// exit() runs the static destructors of the driver's libraries while the
-// worker may still be replaying calls recorded before it: the recording
-// thread's calls are finished first, as they would have been without the
-// layer. Another thread's queue cannot be drained safely from here, since its
-// game thread may still be recording.
-namespace {
-void finishRecordedCallsAtExit() {
-    DeferredExecutor* executor = tlglobals.executor;
-    if (executor && executor->isWorkerRunning()) executor->queue.flushAndWait();
-}
-}  // namespace
-
 void DeferredExecutor::start() {
     if (runtimeMode() != MODE_DEFERRED) return;
-    // Registered once the driver is loaded (its contexts exist by now), so
-    // that it runs before the driver's own exit-time destructors.
-    static std::once_flag registered;
-    std::call_once(registered, [] { std::atexit(&finishRecordedCallsAtExit); });
     thread = std::thread([this] { work(); });
+}
+
+namespace {
+
+// exit() first runs the thread-local destructors of the thread that calls it,
+// and only then the exit handlers, among them whatever the driver registered
+// at any time, lazily on the worker too. A recording thread's calls still
+// queued then would run on the worker while those handlers tear the driver
+// down; so the recording thread finishes them as it leaves, whether by exit()
+// or by ending.
+struct RecordingThreadGuard {
+    bool armed = false;
+    ~RecordingThreadGuard() {
+        DeferredExecutor* executor = tlglobals.executor;
+        if (armed && executor && executor->isWorkerRunning()) executor->queue.flushAndWait();
+    }
+};
+thread_local RecordingThreadGuard recordingThreadGuard;
+
+}  // namespace
+
+void DeferredExecutor::guardRecordingThread() {
+    recordingThreadGuard.armed = true;
 }
 
 DeferredExecutor::~DeferredExecutor() {

@@ -55,6 +55,9 @@ class DeferredExecutor {
     Counters counters() const;
     // A worker thread replays the queue (deferred mode) and has not ended.
     bool isWorkerRunning() const { return thread.joinable() && !stopped; }
+    // Has the calling thread finish its recorded calls when it ends or calls
+    // exit(); called where a thread takes an executor.
+    static void guardRecordingThread();
     bool fastFenceEnabled() const { return fastFence; }
 
     // Raised by any recording thread, read at the swap; a late sighting only
