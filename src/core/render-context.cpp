@@ -281,7 +281,8 @@ EGLBoolean deferred::makeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface
     renderContext->readSurface = read;
     tlglobals.renderContext = renderContext;
     tlglobals.executor = renderContext->executor.get();
-    if (runtimeMode() == MODE_DEFERRED) DeferredExecutor::guardRecordingThread();
+    if (runtimeMode() == MODE_DEFERRED || runtimeMode() == MODE_DEFERRED_INLINE)
+        DeferredExecutor::guardRecordingThread();
 
     if (runtimeMode() == MODE_IMMEDIATE)
         return hijack::eglMakeCurrent(display, draw, read, renderContext->context);

@@ -190,25 +190,28 @@ std::atomic<bool> g_driverTornDown{false};
 
 TEST_F(Deferred, ExitFinishesTheRecordedCallsBeforeTheDriversTeardown) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            bind(core::MODE_DEFERRED);
-            fake::setHandler("glClear", [](const fake::Call&) {
-                std::atexit([] { g_driverTornDown = true; });
-                return 0;
-            });
-            fake::setHandler("glBlendFunc", [](const fake::Call&) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(200));
-                std::fprintf(stderr, g_driverTornDown ? "replayed after the teardown\n"
-                                                      : "replayed before the teardown\n");
-                return 0;
-            });
-            gl_deferred_glClear(0x4000);
-            gl_deferred_glGetError();  // the teardown is registered by now
-            gl_deferred_glBlendFunc(1, 0);
-            std::exit(0);
-        },
-        ::testing::ExitedWithCode(0), "replayed before the teardown");
+    for (unsigned mode : {core::MODE_DEFERRED, core::MODE_DEFERRED_INLINE}) {
+        SCOPED_TRACE(mode);
+        EXPECT_EXIT(
+            {
+                bind(mode);
+                fake::setHandler("glClear", [](const fake::Call&) {
+                    std::atexit([] { g_driverTornDown = true; });
+                    return 0;
+                });
+                fake::setHandler("glBlendFunc", [](const fake::Call&) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+                    std::fprintf(stderr, g_driverTornDown ? "replayed after the teardown\n"
+                                                          : "replayed before the teardown\n");
+                    return 0;
+                });
+                gl_deferred_glClear(0x4000);
+                gl_deferred_glGetError();  // the teardown is registered by now
+                gl_deferred_glBlendFunc(1, 0);
+                std::exit(0);
+            },
+            ::testing::ExitedWithCode(0), "replayed before the teardown");
+    }
 }
 
 TEST_F(Deferred, TwoContextsAndTheGamesView) {

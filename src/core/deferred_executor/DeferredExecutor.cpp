@@ -84,13 +84,13 @@ namespace {
 // and only then the exit handlers, among them whatever the driver registered
 // at any time, lazily on the worker too. A recording thread's calls still
 // queued then would run on the worker while those handlers tear the driver
-// down; so the recording thread finishes them as it leaves, whether by exit()
-// or by ending.
+// down, or, replayed inline, on this thread after them; so the recording thread
+// finishes them as it leaves, whether by exit() or by ending.
 struct RecordingThreadGuard {
     bool armed = false;
     ~RecordingThreadGuard() {
         DeferredExecutor* executor = tlglobals.executor;
-        if (armed && executor && executor->isWorkerRunning()) executor->queue.flushAndWait();
+        if (armed && executor && !executor->isShutDown()) executor->queue.flushAndWait();
     }
 };
 thread_local RecordingThreadGuard recordingThreadGuard;

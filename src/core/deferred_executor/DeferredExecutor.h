@@ -53,8 +53,8 @@ class DeferredExecutor {
     void checkAndFreeTempData();
     void adaptiveSubmission();
     Counters counters() const;
-    // A worker thread replays the queue (deferred mode) and has not ended.
-    bool isWorkerRunning() const { return thread.joinable() && !stopped; }
+    // The queue has been drained for good and takes no more work.
+    bool isShutDown() const { return stopped; }
     // Has the calling thread finish its recorded calls when it ends or calls
     // exit(); called where a thread takes an executor.
     static void guardRecordingThread();
