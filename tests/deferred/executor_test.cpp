@@ -83,6 +83,24 @@ TEST_F(Deferred, RecordedPointerDataIsACopy) {
         << "an empty name reaches the driver as null";
 }
 
+TEST_F(Deferred, CountersTellCopiedBytesAndTimeInDrains) {
+    bind(core::MODE_DEFERRED);
+    fake::setHandler("glGetError", [](const fake::Call&) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        return 0;
+    });
+    auto before = executor().counters();
+    const float values[8] = {};
+    gl_deferred_glUniform4fv(0, 2, values);
+    gl_deferred_glUniform4fv(0, 1, values);
+    core::egl::deferred::swapBuffers(display(), surface());
+    gl_deferred_glGetError();
+    auto after = executor().counters();
+    EXPECT_EQ(after.copiedBytes - before.copiedBytes, 48u) << "counted as each frame ends";
+    EXPECT_EQ(after.drains - before.drains, 1u);
+    EXPECT_GE(after.drainNanoseconds - before.drainNanoseconds, 5000000u);
+}
+
 TEST_F(Deferred, SwapEndsTheFrameOnTheWorkerAndLeavesWarmUpAfterHundredFrames) {
     bind(core::MODE_DEFERRED);
     utils::Configuration::global().sets("orlo.de.job_queue_count", "3");

@@ -172,10 +172,13 @@ void DeferredExecutor::readSettings() {
         Counters c = counters();
         VELOUR_LOG(LOG_DEBUG,
                    "%s: frame %d, jobs %llu, hand-overs %llu, drains %llu, frame data high-water "
-                   "%u bytes",
+                   "%u bytes, copied %llu bytes, buffer waits %llu us, drain time %llu us",
                    name.c_str(), c.frameCount, static_cast<unsigned long long>(c.jobsRecorded),
                    static_cast<unsigned long long>(c.handOvers),
-                   static_cast<unsigned long long>(c.drains), c.frameDataHighWater);
+                   static_cast<unsigned long long>(c.drains), c.frameDataHighWater,
+                   static_cast<unsigned long long>(c.copiedBytes),
+                   static_cast<unsigned long long>(c.bufferWaitNanoseconds / 1000),
+                   static_cast<unsigned long long>(c.drainNanoseconds / 1000));
     }
 }
 
@@ -244,8 +247,15 @@ void DeferredExecutor::adaptiveSubmission() {
 
 DeferredExecutor::Counters DeferredExecutor::counters() const {
     const JobQueue::Statistics& s = queue.stats();
-    return Counters{s.jobsRecorded, s.handOvers,         s.drains, frameData->highWaterMark(),
-                    frameCount,     deferredState.load()};
+    return Counters{s.jobsRecorded,
+                    s.handOvers,
+                    s.drains,
+                    frameData->highWaterMark(),
+                    frameCount,
+                    deferredState.load(),
+                    frameData->totalBytesWritten(),
+                    s.bufferWaitNanoseconds + frameData->totalWaitNanoseconds(),
+                    s.drainNanoseconds};
 }
 
 }  // namespace velour::core

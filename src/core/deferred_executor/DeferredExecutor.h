@@ -31,6 +31,11 @@ class DeferredExecutor {
         std::uint32_t frameDataHighWater;
         int frameCount;
         int deferredState;
+        // Where the game's thread spends time beyond recording: bytes copied
+        // into frame data, waits for a free buffer or frame, and drains.
+        std::uint64_t copiedBytes;
+        std::uint64_t bufferWaitNanoseconds;
+        std::uint64_t drainNanoseconds;
     };
 
     explicit DeferredExecutor(RenderContext* renderContext);

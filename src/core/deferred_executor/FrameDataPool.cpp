@@ -1,6 +1,7 @@
 #include "core/deferred_executor/FrameDataPool.h"
 
 #include <algorithm>
+#include <chrono>
 
 namespace velour::core {
 
@@ -20,12 +21,22 @@ void* FrameDataPool::allocateOverflow(Pool& pool, std::uint32_t size) {
 }
 
 void FrameDataPool::nextWriteFrame() {
-    highWater = std::max(highWater, writeOffset + pools[writeIndex].overflowBytes);
+    std::uint32_t frameBytes = writeOffset + pools[writeIndex].overflowBytes;
+    highWater = std::max(highWater, frameBytes);
+    bytesWritten += frameBytes;
     writeOffset = 0;
     allocationCount = 0;
     std::uint32_t next = (writeIndex + 1) % pools.size();
     std::unique_lock<std::mutex> lock(mutex);
-    indexChanged.wait(lock, [&] { return next != readIndex; });
+    if (next == readIndex) {
+        // The worker is a whole ring of frames behind: the render stall.
+        auto start = std::chrono::steady_clock::now();
+        indexChanged.wait(lock, [&] { return next != readIndex; });
+        waitNanoseconds +=
+            static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                           std::chrono::steady_clock::now() - start)
+                                           .count());
+    }
     writeIndex = next;
 }
 

@@ -49,6 +49,10 @@ class FrameDataPool {
     std::uint32_t writeOverflowBytes() const { return pools[writeIndex].overflowBytes; }
     const Pool& pool(std::size_t index) const { return pools[index]; }
     std::uint32_t highWaterMark() const { return highWater; }
+    // Producer's totals over finished frames: bytes copied in, time spent
+    // waiting for a free frame.
+    std::uint64_t totalBytesWritten() const { return bytesWritten; }
+    std::uint64_t totalWaitNanoseconds() const { return waitNanoseconds; }
 
   private:
     void* allocateOverflow(Pool& pool, std::uint32_t size);
@@ -59,6 +63,8 @@ class FrameDataPool {
     std::uint32_t readIndex = 0;
     std::uint32_t writeOffset = 0;
     std::uint32_t allocationCount = 0;
+    std::uint64_t bytesWritten = 0;
+    std::uint64_t waitNanoseconds = 0;
     std::uint32_t highWater = 0;
     std::mutex mutex;
     std::condition_variable indexChanged;

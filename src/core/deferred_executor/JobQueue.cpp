@@ -3,6 +3,7 @@
 #include <semaphore.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 
 #include "velour/entry_points.h"
@@ -10,6 +11,13 @@
 namespace velour::core {
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::uint64_t nanosecondsSince(Clock::time_point start) {
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - start).count());
+}
 
 constexpr std::uint32_t WARM_UP_CAPACITY = 128;
 constexpr int SPIN_TRIES = 10001;
@@ -101,9 +109,11 @@ bool JobQueue::submit(bool releaseBuffer, EGLDisplay display, EGLSurface surface
     }
     bool waited = false;
     if (releaseBuffer) {
-        while (freeBuffers.empty()) {
+        if (freeBuffers.empty()) {
             waited = true;
-            bufferAvailable.wait(lock);
+            auto start = Clock::now();
+            while (freeBuffers.empty()) bufferAvailable.wait(lock);
+            statistics.bufferWaitNanoseconds += nanosecondsSince(start);
         }
         current = freeBuffers.front();
         freeBuffers.pop_front();
@@ -117,12 +127,14 @@ JobQueue::JobBuffer* JobQueue::makeRoom() {
 }
 
 void JobQueue::flushAndWait() {
+    auto start = Clock::now();
     CompletionSemaphore done;
     CompletionSemaphore* self = &done;
     record(&CompletionSemaphore::signal, self);
     statistics.drains++;
     submit(false, nullptr, nullptr);
     done.wait();
+    statistics.drainNanoseconds += nanosecondsSince(start);
 }
 
 bool JobQueue::processNext() {

@@ -47,6 +47,9 @@ class JobQueue {
         std::uint64_t jobsRecorded = 0;
         std::uint64_t handOvers = 0;
         std::uint64_t drains = 0;
+        // Time the producer slept for a free buffer, and spent in drains.
+        std::uint64_t bufferWaitNanoseconds = 0;
+        std::uint64_t drainNanoseconds = 0;
     };
 
     JobQueue() = default;
