@@ -97,6 +97,29 @@ drains_per_frame() {
       }'
 }
 
+# Mode 0's render-thread time beyond recording, per frame over the same span
+# of counter lines: "copied_KB buffer_wait_ms drain_ms".
+time_per_frame() {
+  local log=$1
+  [ -f "$log" ] || { echo "- - -"; return; }
+  sed -n 's/.*DE #\([0-9]*\): frame \([0-9]*\), .*, copied \([0-9]*\) bytes, buffer waits \([0-9]*\) us, drain time \([0-9]*\) us.*/\1 \2 \3 \4 \5/p' "$log" |
+    awk '{ id[NR] = $1; f[NR] = $2; c[NR] = $3; w[NR] = $4; d[NR] = $5; n[$1]++ }
+      END {
+        best = ""; for (k in n) if (best == "" || n[k] > n[best]) best = k
+        if (best == "") { print "- - -"; exit }
+        first = 0; last = 0; prev = 0
+        for (i = 1; i <= NR; i++) if (id[i] == best) {
+          if (!first && f[i] >= 200) first = i
+          prev = last; last = i
+        }
+        if (!first || first == last) first = prev
+        if (!first || f[last] <= f[first]) { print "- - -"; exit }
+        frames = f[last] - f[first]
+        printf "%.1f %.3f %.3f\n", (c[last] - c[first]) / frames / 1024,
+          (w[last] - w[first]) / frames / 1000, (d[last] - d[first]) / frames / 1000
+      }'
+}
+
 # One run of one way; appends "fps render_ms game_ms render_cpu_ms cpu_ms
 # drains image" to its results.
 run_way() {
@@ -119,6 +142,11 @@ run_way() {
   local drains="-"
   if [ -n "$sysroot" ]; then
     drains=$(drains_per_frame "$sysroot/sdcard/nimbo.orlo.velour.com.velour.demo.log")
+    if [ "$way" = mode0 ]; then
+      printf '%s %s\n' "$(printf '%s\n' "$line" | sed -n 's/.*render_ms=\([0-9.]*\).*/\1/p')" \
+        "$(time_per_frame "$sysroot/sdcard/nimbo.orlo.velour.com.velour.demo.log")" \
+        >> "$work/mode0-time.txt"
+    fi
     if [ -n "$keep" ]; then mkdir -p "$keep" && cp -r "$sysroot" "$keep/"; fi
   fi
   printf '%s\n' "$line" | awk -v d="$drains" '{
@@ -165,3 +193,16 @@ for way in "${ways[@]}"; do
       printf "%.1f %.2f %.2f %.2f %.2f %.2f %.2f %.2f", f, f / bf, m, m / bm, c, c / bc, p, g }') \
     "$drains" "$image"
 done
+
+# Where mode 0's render thread spends its frame, from the layer's counters.
+read -r ms copied waits drains <<<"$(for c in 1 2 3 4; do median "$work/mode0-time.txt" $c; done | xargs)"
+echo
+echo "Layer mode 0, the render thread's time a frame (medians):"
+awk -v m="$ms" -v k="$copied" -v w="$waits" -v d="$drains" 'BEGIN {
+  if (w == "-") { print "  (no counter lines in the log)"; exit }
+  printf "  %-44s %8.2f ms\n", "render thread, first GL call to swap return", m
+  printf "  %-44s %8.2f ms\n", "waiting for a free job buffer or frame", w
+  printf "  %-44s %8.2f ms\n", "drains (waiting for the worker to finish)", d
+  printf "  %-44s %8.2f ms\n", "recording, copies included (the rest)", m - w - d
+  printf "  %-44s %8.1f KB\n", "copied into frame data", k
+}'
