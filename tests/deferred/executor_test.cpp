@@ -213,6 +213,9 @@ TEST_F(Deferred, ExitFinishesTheRecordedCallsBeforeTheDriversTeardown) {
         EXPECT_EXIT(
             {
                 bind(mode);
+                // The context goes before the fake driver's own statics do.
+                static auto* self = this;
+                std::atexit([] { self->unbindAndDestroy(); });
                 fake::setHandler("glClear", [](const fake::Call&) {
                     std::atexit([] { g_driverTornDown = true; });
                     return 0;

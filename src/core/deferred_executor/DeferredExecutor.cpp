@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "core/context.h"
+#include "core/deferred_executor/Executor.h"
 #include "core/log.h"
 #include "core/render-context.h"
 #include "velour/entry_points.h"
@@ -89,8 +90,18 @@ namespace {
 struct RecordingThreadGuard {
     bool armed = false;
     ~RecordingThreadGuard() {
-        DeferredExecutor* executor = tlglobals.executor;
-        if (armed && executor && !executor->isShutDown()) executor->queue.flushAndWait();
+        RenderContext* bound = tlglobals.renderContext;
+        if (!armed || !bound) return;
+        // Another thread may have destroyed the context meanwhile: only one
+        // still in the map has an executor to finish. The lock keeps it there.
+        std::lock_guard<std::mutex> lock(context.renderContextMutex);
+        for (auto& entry : context.renderContexts) {
+            RenderContext* renderContext = entry.second.renderContext.get();
+            DeferredExecutor* executor = renderContext->executor.get();
+            if (renderContext != bound || executor != tlglobals.executor) continue;
+            if (executor && !executor->isShutDown()) executor->queue.flushAndWait();
+            return;
+        }
     }
 };
 thread_local RecordingThreadGuard recordingThreadGuard;
