@@ -76,47 +76,28 @@ ways=(direct glthread mode0 mode1 mode3)
 declare -A label=([direct]="direct" [glthread]="Mesa glthread" [mode0]="layer mode 0"
                   [mode1]="layer mode 1" [mode3]="layer mode 3")
 
-# Drains per frame from the layer's counter lines: from the first line at least
-# one counting interval past the layer's warm-up (frame 100) to the last.
-drains_per_frame() {
+# Per frame, from the layer's counter lines, from the first line at least one
+# counting interval past the layer's warm-up (frame 100) to the last:
+# "drains copied_KB buffer_wait_ms drain_ms", or "- - - -" without them.
+per_frame() {
   local log=$1
-  [ -f "$log" ] || { echo "-"; return; }
-  sed -n 's/.*DE #\([0-9]*\): frame \([0-9]*\), jobs [0-9]*, hand-overs [0-9]*, drains \([0-9]*\),.*/\1 \2 \3/p' "$log" |
-    awk '{ id[NR] = $1; f[NR] = $2; d[NR] = $3; n[$1]++ }
+  [ -f "$log" ] || { echo "- - - -"; return; }
+  sed -n 's/.*DE #\([0-9]*\): frame \([0-9]*\), .*, drains \([0-9]*\), .*, copied \([0-9]*\) bytes, buffer waits \([0-9]*\) us, drain time \([0-9]*\) us.*/\1 \2 \3 \4 \5 \6/p' "$log" |
+    awk '{ id[NR] = $1; f[NR] = $2; n[$1]++; for (k = 3; k <= 6; k++) v[NR, k] = $k }
       END {
         best = ""; for (k in n) if (best == "" || n[k] > n[best]) best = k
-        if (best == "") { print "-"; exit }
+        if (best == "") { print "- - - -"; exit }
         first = 0; last = 0; prev = 0
         for (i = 1; i <= NR; i++) if (id[i] == best) {
           if (!first && f[i] >= 200) first = i
           prev = last; last = i
         }
         if (!first || first == last) first = prev
-        if (!first || f[last] <= f[first]) { print "-"; exit }
-        printf "%.2f\n", (d[last] - d[first]) / (f[last] - f[first])
-      }'
-}
-
-# Mode 0's render-thread time beyond recording, per frame over the same span
-# of counter lines: "copied_KB buffer_wait_ms drain_ms".
-time_per_frame() {
-  local log=$1
-  [ -f "$log" ] || { echo "- - -"; return; }
-  sed -n 's/.*DE #\([0-9]*\): frame \([0-9]*\), .*, copied \([0-9]*\) bytes, buffer waits \([0-9]*\) us, drain time \([0-9]*\) us.*/\1 \2 \3 \4 \5/p' "$log" |
-    awk '{ id[NR] = $1; f[NR] = $2; c[NR] = $3; w[NR] = $4; d[NR] = $5; n[$1]++ }
-      END {
-        best = ""; for (k in n) if (best == "" || n[k] > n[best]) best = k
-        if (best == "") { print "- - -"; exit }
-        first = 0; last = 0; prev = 0
-        for (i = 1; i <= NR; i++) if (id[i] == best) {
-          if (!first && f[i] >= 200) first = i
-          prev = last; last = i
-        }
-        if (!first || first == last) first = prev
-        if (!first || f[last] <= f[first]) { print "- - -"; exit }
+        if (!first || f[last] <= f[first]) { print "- - - -"; exit }
         frames = f[last] - f[first]
-        printf "%.1f %.3f %.3f\n", (c[last] - c[first]) / frames / 1024,
-          (w[last] - w[first]) / frames / 1000, (d[last] - d[first]) / frames / 1000
+        printf "%.2f %.1f %.3f %.3f\n", (v[last, 3] - v[first, 3]) / frames,
+          (v[last, 4] - v[first, 4]) / frames / 1024,
+          (v[last, 5] - v[first, 5]) / frames / 1000, (v[last, 6] - v[first, 6]) / frames / 1000
       }'
 }
 
@@ -141,11 +122,12 @@ run_way() {
   fi
   local drains="-"
   if [ -n "$sysroot" ]; then
-    drains=$(drains_per_frame "$sysroot/sdcard/nimbo.orlo.velour.com.velour.demo.log")
+    local counters
+    counters=$(per_frame "$sysroot/sdcard/nimbo.orlo.velour.com.velour.demo.log")
+    drains=${counters%% *}
     if [ "$way" = mode0 ]; then
       printf '%s %s\n' "$(printf '%s\n' "$line" | sed -n 's/.*render_ms=\([0-9.]*\).*/\1/p')" \
-        "$(time_per_frame "$sysroot/sdcard/nimbo.orlo.velour.com.velour.demo.log")" \
-        >> "$work/mode0-time.txt"
+        "${counters#* }" >> "$work/mode0-time.txt"
     fi
     if [ -n "$keep" ]; then mkdir -p "$keep" && cp -r "$sysroot" "$keep/"; fi
   fi

@@ -1,7 +1,8 @@
 #include "core/deferred_executor/FrameDataPool.h"
 
 #include <algorithm>
-#include <chrono>
+
+#include "core/deferred_executor/WaitClock.h"
 
 namespace velour::core {
 
@@ -30,12 +31,9 @@ void FrameDataPool::nextWriteFrame() {
     std::unique_lock<std::mutex> lock(mutex);
     if (next == readIndex) {
         // The worker is a whole ring of frames behind: the render stall.
-        auto start = std::chrono::steady_clock::now();
+        auto start = WaitClock::now();
         indexChanged.wait(lock, [&] { return next != readIndex; });
-        waitNanoseconds +=
-            static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                           std::chrono::steady_clock::now() - start)
-                                           .count());
+        waitNanoseconds += nanosecondsSince(start);
     }
     writeIndex = next;
 }

@@ -3,21 +3,14 @@
 #include <semaphore.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 
+#include "core/deferred_executor/WaitClock.h"
 #include "velour/entry_points.h"
 
 namespace velour::core {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-std::uint64_t nanosecondsSince(Clock::time_point start) {
-    return static_cast<std::uint64_t>(
-        std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - start).count());
-}
 
 constexpr std::uint32_t WARM_UP_CAPACITY = 128;
 constexpr int SPIN_TRIES = 10001;
@@ -111,7 +104,7 @@ bool JobQueue::submit(bool releaseBuffer, EGLDisplay display, EGLSurface surface
     if (releaseBuffer) {
         if (freeBuffers.empty()) {
             waited = true;
-            auto start = Clock::now();
+            auto start = WaitClock::now();
             while (freeBuffers.empty()) bufferAvailable.wait(lock);
             statistics.bufferWaitNanoseconds += nanosecondsSince(start);
         }
@@ -127,7 +120,7 @@ JobQueue::JobBuffer* JobQueue::makeRoom() {
 }
 
 void JobQueue::flushAndWait() {
-    auto start = Clock::now();
+    auto start = WaitClock::now();
     CompletionSemaphore done;
     CompletionSemaphore* self = &done;
     record(&CompletionSemaphore::signal, self);
