@@ -127,21 +127,6 @@ TEST_F(ObjectHandlers, TexSubImageWithNothingToCopyGivesTheDriverNull) {
     for (auto& u : uploads) EXPECT_EQ(u.args[8].bits, 0u);
 }
 
-TEST_F(ObjectHandlers, PackPixelStoreIsRecordedButKeepsNoShadow) {
-    bind(core::MODE_DEFERRED);
-    gl_deferred_glPixelStorei(PACK_ALIGNMENT, 1);
-    GLint value = -1;
-    EXPECT_FALSE(executor().unpackParameter(PACK_ALIGNMENT, &value));
-    EXPECT_EQ(value, -1);
-    EXPECT_TRUE(executor().unpackParameter(UNPACK_ALIGNMENT, &value));
-    EXPECT_EQ(value, 4) << "the default stands";
-    gl_deferred_glFinish();
-    auto stores = fake::callsOf("glPixelStorei");
-    ASSERT_EQ(stores.size(), 1u);
-    EXPECT_EQ(stores[0].args[0].bits, PACK_ALIGNMENT);
-    EXPECT_EQ(stores[0].args[1].bits, 1u);
-}
-
 TEST_F(ObjectHandlers, CompressedUploadCopiesItsImageSize) {
     bind(core::MODE_DEFERRED);
     unsigned char block[16];
@@ -164,26 +149,6 @@ TEST_F(ObjectHandlers, CompressedUploadCopiesItsImageSize) {
 }
 
 // ---- Programs ----------------------------------------------------------
-
-TEST_F(ObjectHandlers, BindAttribLocationCopiesTheName) {
-    bind(core::MODE_DEFERRED);
-    std::vector<std::string> names;
-    fake::setHandler("glBindAttribLocation", [&](const fake::Call& c) {
-        const char* name = pointerArg<const char>(c, 2);
-        names.push_back(name ? name : "<null>");
-        return 0;
-    });
-    char name[] = "position";
-    std::uint64_t before = drains();
-    gl_deferred_glBindAttribLocation(3, 1, name);
-    std::strcpy(name, "changed!");
-    gl_deferred_glBindAttribLocation(3, 2, "");
-    gl_deferred_glBindAttribLocation(3, 3, nullptr);
-    EXPECT_EQ(drains(), before);
-    gl_deferred_glFinish();
-    EXPECT_EQ(names, (std::vector<std::string>{"position", "<null>", "<null>"}))
-        << "an empty name reaches the driver as null";
-}
 
 // ---- Queries -----------------------------------------------------------
 
@@ -224,26 +189,6 @@ TEST_F(ObjectHandlers, AnySamplesQueriesAnswerOneWithoutADrainWhenDisabled) {
     EXPECT_TRUE(queries.anySamplesQueries.empty());
     gl_deferred_glGetQueryObjectuiv(5, QUERY_RESULT, &result);
     EXPECT_EQ(result, 0u);
-}
-
-TEST_F(ObjectHandlers, QueryIdsComeAndGoThroughReusedNodes) {
-    core::context.gameConfig.disableAnySamplesPassed = true;
-    bind(core::MODE_DEFERRED);
-    auto& queries = executor().handler<core::QueryHandler>();
-    for (GLuint frame = 1; frame <= 50; ++frame) {
-        GLuint ids[] = {frame, frame + 1000};
-        gl_deferred_glBeginQuery(ANY_SAMPLES_PASSED, ids[0]);
-        gl_deferred_glBeginQuery(ANY_SAMPLES_PASSED, ids[1]);
-        gl_deferred_glBeginQuery(ANY_SAMPLES_PASSED, ids[1]);
-        ASSERT_EQ(queries.anySamplesQueries.size(), 2u) << frame;
-        gl_deferred_glDeleteQueries(2, ids);
-        ASSERT_TRUE(queries.anySamplesQueries.empty()) << frame;
-    }
-    // A spare node is not spent on an id that is already there.
-    gl_deferred_glBeginQuery(ANY_SAMPLES_PASSED, 1);
-    gl_deferred_glBeginQuery(ANY_SAMPLES_PASSED, 1);
-    EXPECT_EQ(queries.anySamplesQueries.size(), 1u);
-    EXPECT_TRUE(queries.answered(1));
 }
 
 TEST_F(ObjectHandlers, QueriesGoToTheDriverWhenTheSettingIsOff) {

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <regex>
 #include <set>
@@ -149,22 +148,6 @@ TEST_F(DemoTest, RunsAreByteIdenticalAndFramesAnimate) {
         << "frames 2 and 4 are the same picture";
 }
 
-TEST_F(DemoTest, ShotScheduleIsEveryKthFrameAndTheLast) {
-    const auto shots = [&](const std::string& args) {
-        const fs::path folder = dir_ / std::to_string(std::hash<std::string>()(args));
-        const Result r =
-            run(args + " --size 32x32 --quiet --screenshots '" + folder.string() + "'");
-        EXPECT_EQ(r.status, 0) << args << ": " << r.err;
-        return filesIn(folder);
-    };
-    using Names = std::set<std::string>;
-    EXPECT_EQ(shots("--frames 61"),
-              (Names{"frame-00030.png", "frame-00060.png", "frame-00061.png"}));
-    EXPECT_EQ(shots("--frames 60"), (Names{"frame-00030.png", "frame-00060.png"}));
-    EXPECT_EQ(shots("--frames 3 --shot-every 1"),
-              (Names{"frame-00001.png", "frame-00002.png", "frame-00003.png"}));
-}
-
 // The target circles behind the pillar: visible at frame 34, hidden at 68.
 // The HUD shows last frame's occlusion query, so its status line tells
 // whether the query result came back and was read.
@@ -195,20 +178,6 @@ TEST_F(DemoTest, EglFailureExitsWithAMessage) {
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("velour-demo: egl"), std::string::npos) << r.err;
     EXPECT_TRUE(r.out.empty()) << r.out;
-}
-
-TEST_F(DemoTest, BadOptionsAreRefusedWithAMessage) {
-    for (const char* args :
-         {"--size 10x10", "--size 640", "--frames 0", "--frames 3x", "--shot-every", "--bogus"}) {
-        SCOPED_TRACE(args);
-        const Result r = run(args);
-        EXPECT_EQ(r.status, 2);
-        EXPECT_NE(r.err.find("velour-demo: "), std::string::npos) << r.err;
-        EXPECT_TRUE(r.out.empty()) << "rendered despite a bad option";
-    }
-    const Result help = run("--help");
-    EXPECT_EQ(help.status, 0);
-    EXPECT_NE(help.out.find("--shot-every K"), std::string::npos);
 }
 
 TEST_F(DemoTest, UnwritableScreenshotFolderFails) {
