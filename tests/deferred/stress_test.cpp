@@ -36,6 +36,10 @@ TEST_F(Deferred, ManyThreadsAndContexts) {
     std::atomic<GLsync> fences[THREADS];
     for (auto& f : fences) f = nullptr;
     std::atomic<int> ready{0};
+    std::atomic<int> unbound{0};
+    auto waitFor = [](std::atomic<int>& count) {
+        while (count < THREADS) std::this_thread::yield();
+    };
 
     std::vector<std::thread> threads;
     for (int t = 0; t < THREADS; ++t) {
@@ -44,6 +48,7 @@ TEST_F(Deferred, ManyThreadsAndContexts) {
                 core::egl::deferred::createContext(display(), nullptr, EGL_NO_CONTEXT, nullptr);
             core::egl::deferred::makeCurrent(display(), surfaceOf(t), surfaceOf(t), context);
             ready++;
+            waitFor(ready);
             for (int i = 0; i < FRAMES; ++i) {
                 frame(i, fences[t]);
                 // Wait on a neighbour's fence: its job may sit unsent in the
@@ -55,6 +60,10 @@ TEST_F(Deferred, ManyThreadsAndContexts) {
             }
             core::egl::deferred::makeCurrent(display(), EGL_NO_SURFACE, EGL_NO_SURFACE,
                                              EGL_NO_CONTEXT);
+            // An unbind reads the context map without the lock, so no thread
+            // creates or destroys while another unbinds.
+            unbound++;
+            waitFor(unbound);
             core::egl::deferred::destroyContext(display(), context);
         });
     }
