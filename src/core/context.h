@@ -39,7 +39,10 @@ struct Context {
     GameConfig gameConfig{};
 };
 
-extern Context context;
+// Hidden, so that code of the library reads its fields at a fixed offset from
+// the instruction instead of through the GOT: the wrappers test two of them
+// on every call.
+extern __attribute__((visibility("hidden"))) Context context;
 
 // The log watcher looks at this from its own thread while start-up fills the
 // record.

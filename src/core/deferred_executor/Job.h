@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <cstring>
+#include <new>
 #include <type_traits>
 
 namespace velour::core {
@@ -25,7 +25,9 @@ template <typename Args>
 inline void storeArgs(Job& job, const Args& args) {
     static_assert(sizeof(Args) <= sizeof(Job::args), "arguments must fit in a job");
     static_assert(std::is_trivially_copyable<Args>::value, "job arguments are copied bitwise");
-    std::memcpy(job.args, &args, sizeof(Args));
+    // A copy construction in place lets the compiler store field by field
+    // from registers; a memcpy goes through a temporary on some targets.
+    new (job.args) Args(args);
 }
 
 }  // namespace velour::core
