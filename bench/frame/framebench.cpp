@@ -4,11 +4,8 @@
 // thread. The surface is tiny, so rasterising costs little and the time goes
 // into issuing calls. Prints one machine-readable line at the end.
 
-#include <EGL/egl.h>
-#include <EGL/eglext.h>
 #include <GLES3/gl3.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
@@ -20,7 +17,19 @@
 #include <string>
 #include <vector>
 
+#include "glapp/egl_session.h"
+#include "glapp/gl_program.h"
+#include "glapp/options.h"
+
 namespace {
+
+using glapp::buildProgram;
+using glapp::checkGl;
+using glapp::EglSession;
+using glapp::Failure;
+using glapp::parseInt;
+using glapp::uniformLocation;
+using glapp::UsageError;
 
 const char kUsage[] =
     "usage: velour-framebench [options]\n"
@@ -64,25 +73,6 @@ struct Options {
     bool quiet = false;
 };
 
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-struct Failure : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-int parseInt(const std::string& option, const char* text, int low, int high) {
-    char* end = nullptr;
-    errno = 0;
-    const long value = std::strtol(text, &end, 10);
-    if (errno != 0 || end == text || *end != '\0' || value < low || value > high) {
-        throw UsageError(option + " wants a whole number from " + std::to_string(low) + " to " +
-                         std::to_string(high) + ", not '" + text + "'");
-    }
-    return static_cast<int>(value);
-}
-
 Options parseOptions(int argc, char** argv, bool* help) {
     Options o;
     for (int i = 1; i < argc; ++i) {
@@ -112,83 +102,6 @@ Options parseOptions(int argc, char** argv, bool* help) {
     return o;
 }
 
-[[noreturn]] void eglFailure(const char* call) {
-    char code[16];
-    std::snprintf(code, sizeof code, "0x%04x", static_cast<unsigned>(eglGetError()));
-    throw Failure(std::string(call) + " failed: EGL error " + code);
-}
-
-// Only at set-up and at the end: a query every frame would make the frame
-// wait for the driver, which games avoid.
-void checkGl(const char* where) {
-    const GLenum e = glGetError();
-    if (e != GL_NO_ERROR) {
-        char code[16];
-        std::snprintf(code, sizeof code, "0x%04x", static_cast<unsigned>(e));
-        throw Failure(std::string(where) + ": GL error " + code);
-    }
-}
-
-// Display, context and pbuffer, current on this thread while alive.
-class EglSession {
-  public:
-    EglSession() {
-        // Surfaceless first: it needs neither a window system nor a GPU.
-        display_ =
-            eglGetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
-        if (display_ == EGL_NO_DISPLAY || !eglInitialize(display_, nullptr, nullptr)) {
-            eglGetError();
-            display_ = eglGetDisplay(EGL_DEFAULT_DISPLAY);
-            if (display_ == EGL_NO_DISPLAY) eglFailure("eglGetDisplay");
-            if (!eglInitialize(display_, nullptr, nullptr)) eglFailure("eglInitialize");
-        }
-        if (!eglBindAPI(EGL_OPENGL_ES_API)) eglFailure("eglBindAPI");
-        const EGLint wanted[] = {EGL_SURFACE_TYPE,
-                                 EGL_PBUFFER_BIT,
-                                 EGL_RENDERABLE_TYPE,
-                                 EGL_OPENGL_ES3_BIT,
-                                 EGL_RED_SIZE,
-                                 8,
-                                 EGL_GREEN_SIZE,
-                                 8,
-                                 EGL_BLUE_SIZE,
-                                 8,
-                                 EGL_NONE};
-        EGLConfig config = nullptr;
-        EGLint count = 0;
-        if (!eglChooseConfig(display_, wanted, &config, 1, &count)) eglFailure("eglChooseConfig");
-        if (count < 1) throw Failure("no pbuffer config with OpenGL ES 3");
-        const EGLint contextAttributes[] = {EGL_CONTEXT_MAJOR_VERSION, 3, EGL_NONE};
-        context_ = eglCreateContext(display_, config, EGL_NO_CONTEXT, contextAttributes);
-        if (context_ == EGL_NO_CONTEXT) eglFailure("eglCreateContext");
-        const EGLint surfaceAttributes[] = {EGL_WIDTH, kSide, EGL_HEIGHT, kSide, EGL_NONE};
-        surface_ = eglCreatePbufferSurface(display_, config, surfaceAttributes);
-        if (surface_ == EGL_NO_SURFACE) eglFailure("eglCreatePbufferSurface");
-        if (!eglMakeCurrent(display_, surface_, surface_, context_)) eglFailure("eglMakeCurrent");
-        // A pbuffer swap never waits for a display; say so anyway.
-        eglSwapInterval(display_, 0);
-    }
-
-    ~EglSession() {
-        eglMakeCurrent(display_, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
-        eglDestroySurface(display_, surface_);
-        eglDestroyContext(display_, context_);
-        eglTerminate(display_);
-    }
-
-    EglSession(const EglSession&) = delete;
-    EglSession& operator=(const EglSession&) = delete;
-
-    void swap() {
-        if (!eglSwapBuffers(display_, surface_)) eglFailure("eglSwapBuffers");
-    }
-
-  private:
-    EGLDisplay display_ = EGL_NO_DISPLAY;
-    EGLContext context_ = EGL_NO_CONTEXT;
-    EGLSurface surface_ = EGL_NO_SURFACE;
-};
-
 const char kVertex[] = R"(#version 300 es
 layout(location = 0) in vec2 aPos;
 layout(location = 1) in vec2 aUv;
@@ -210,20 +123,6 @@ void main() {
     outColor = texture(uTexture, vUv) * uTint;
 }
 )";
-
-GLuint compile(GLenum type, const char* source) {
-    const GLuint shader = glCreateShader(type);
-    glShaderSource(shader, 1, &source, nullptr);
-    glCompileShader(shader);
-    GLint ok = GL_FALSE;
-    glGetShaderiv(shader, GL_COMPILE_STATUS, &ok);
-    if (ok != GL_TRUE) {
-        char log[1024] = {};
-        glGetShaderInfoLog(shader, sizeof log, nullptr, log);
-        throw Failure(std::string("shader does not compile: ") + log);
-    }
-    return shader;
-}
 
 struct Vertex {
     float x, y, u, v;
@@ -312,22 +211,11 @@ class Simulation {
 class Scene {
   public:
     explicit Scene(const Options& o) : options_(o) {
-        const GLuint vs = compile(GL_VERTEX_SHADER, kVertex);
-        const GLuint fs = compile(GL_FRAGMENT_SHADER, kFragment);
-        program_ = glCreateProgram();
-        glAttachShader(program_, vs);
-        glAttachShader(program_, fs);
-        glLinkProgram(program_);
-        glDeleteShader(vs);
-        glDeleteShader(fs);
-        GLint ok = GL_FALSE;
-        glGetProgramiv(program_, GL_LINK_STATUS, &ok);
-        if (ok != GL_TRUE) throw Failure("program does not link");
-        mvp_ = glGetUniformLocation(program_, "uMvp");
-        tint_ = glGetUniformLocation(program_, "uTint");
-        if (mvp_ < 0 || tint_ < 0) throw Failure("shader lost a uniform");
+        program_ = buildProgram("frame", kVertex, kFragment);
+        mvp_ = uniformLocation(program_, "uMvp");
+        tint_ = uniformLocation(program_, "uTint");
         glUseProgram(program_);
-        glUniform1i(glGetUniformLocation(program_, "uTexture"), 0);
+        glUniform1i(uniformLocation(program_, "uTexture"), 0);
 
         glGenTextures(kTextures, textures_);
         for (int t = 0; t < kTextures; ++t) {
@@ -470,7 +358,7 @@ double cpuSeconds(clockid_t clock) {
 
 int run(const Options& o) {
     using Clock = std::chrono::steady_clock;
-    EglSession egl;
+    EglSession egl(kSide, kSide);
     Scene scene(o);
     Simulation sim;
     if (!o.quiet) {

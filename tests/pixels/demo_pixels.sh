@@ -2,7 +2,8 @@
 # The demo game directly and through the layer in each runtime mode must give
 # the same screenshots, byte for byte; in mode 4 the interface log must name
 # the entry points the game called.
-#   demo_pixels.sh VELOUR_RUN VELOUR_DEMO DEMO_SOURCE_DIR [MODES]
+#   demo_pixels.sh VELOUR_RUN VELOUR_DEMO DEMO_SOURCE_DIRS [MODES]
+# DEMO_SOURCE_DIRS: the folders of the demo's code, separated by ':'.
 set -u
 run=$1 demo=$2 source=$3 modes=${4:-"3 4 0 1 2"}
 work=$(mktemp -d /tmp/velour-pixels-XXXXXX)
@@ -49,7 +50,7 @@ case " $modes " in *" 4 "*)
     if [ ! -s "$log" ]; then
         fail "mode 4: interface log $log missing or empty"
     else
-        called=$(cat "$source"/*.cpp "$source"/*.h | grep -oE '\b(gl|egl)[A-Z][A-Za-z0-9]+\b' | sort -u)
+        called=$(for dir in $(echo "$source" | tr ':' ' '); do cat "$dir"/*.cpp "$dir"/*.h; done | grep -oE '\b(gl|egl)[A-Z][A-Za-z0-9]+\b' | sort -u)
         unknown=$(sort -u "$log" | grep -vxF "$called")
         [ -z "$unknown" ] || fail "mode 4: interface log names what the demo never calls: $unknown"
         for name in eglSwapBuffers eglMakeCurrent glClear glDrawElements glDrawArrays \

@@ -4,10 +4,14 @@
 #include <cstdio>
 #include <cstring>
 
-#include "gl_util.h"
+#include "glapp/gl_program.h"
 #include "shaders.h"
 
 namespace demo {
+
+using glapp::buildProgram;
+using glapp::checkGl;
+using glapp::uniformLocation;
 
 namespace {
 

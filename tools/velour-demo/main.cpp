@@ -1,26 +1,29 @@
 // velour-demo: a small headless game frame on OpenGL ES 3, deterministic so
 // that runs with and without the layer can be compared image by image.
 
-#include <EGL/egl.h>
-#include <EGL/eglext.h>
 #include <GLES3/gl32.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 
-#include "gl_util.h"
+#include "glapp/egl_session.h"
+#include "glapp/gl_program.h"
+#include "glapp/options.h"
 #include "scene.h"
 #include "screenshot.h"
 
 namespace demo {
 namespace {
+
+using glapp::checkGl;
+using glapp::EglSession;
+using glapp::Failure;
+using glapp::parseInt;
+using glapp::UsageError;
 
 constexpr int kMaxSide = 4096;
 constexpr int kMinSide = 32;
@@ -55,21 +58,6 @@ struct Options {
     bool quiet = false;
 };
 
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-int parseInt(const std::string& option, const char* text, int low, int high) {
-    char* end = nullptr;
-    errno = 0;
-    const long value = std::strtol(text, &end, 10);
-    if (errno != 0 || end == text || *end != '\0' || value < low || value > high) {
-        throw UsageError(option + " wants a whole number from " + std::to_string(low) + " to " +
-                         std::to_string(high) + ", not '" + text + "'");
-    }
-    return static_cast<int>(value);
-}
-
 Options parseOptions(int argc, char** argv, bool* help) {
     Options o;
     for (int i = 1; i < argc; ++i) {
@@ -101,128 +89,6 @@ Options parseOptions(int argc, char** argv, bool* help) {
     }
     return o;
 }
-
-const char* eglErrorName(EGLint error) {
-    switch (error) {
-        case EGL_SUCCESS:
-            return "EGL_SUCCESS";
-        case EGL_NOT_INITIALIZED:
-            return "EGL_NOT_INITIALIZED";
-        case EGL_BAD_ACCESS:
-            return "EGL_BAD_ACCESS";
-        case EGL_BAD_ALLOC:
-            return "EGL_BAD_ALLOC";
-        case EGL_BAD_ATTRIBUTE:
-            return "EGL_BAD_ATTRIBUTE";
-        case EGL_BAD_CONFIG:
-            return "EGL_BAD_CONFIG";
-        case EGL_BAD_CONTEXT:
-            return "EGL_BAD_CONTEXT";
-        case EGL_BAD_CURRENT_SURFACE:
-            return "EGL_BAD_CURRENT_SURFACE";
-        case EGL_BAD_DISPLAY:
-            return "EGL_BAD_DISPLAY";
-        case EGL_BAD_MATCH:
-            return "EGL_BAD_MATCH";
-        case EGL_BAD_NATIVE_PIXMAP:
-            return "EGL_BAD_NATIVE_PIXMAP";
-        case EGL_BAD_NATIVE_WINDOW:
-            return "EGL_BAD_NATIVE_WINDOW";
-        case EGL_BAD_PARAMETER:
-            return "EGL_BAD_PARAMETER";
-        case EGL_BAD_SURFACE:
-            return "EGL_BAD_SURFACE";
-        case EGL_CONTEXT_LOST:
-            return "EGL_CONTEXT_LOST";
-        default:
-            return "unknown EGL error";
-    }
-}
-
-[[noreturn]] void eglFailure(const char* call) {
-    throw Failure(std::string(call) + " failed: " + eglErrorName(eglGetError()));
-}
-
-// Display, context and pbuffer surface, current on this thread while alive.
-class EglSession {
-  public:
-    EglSession(int width, int height) {
-        // Surfaceless first: it needs neither a window system nor a GPU.
-        display_ =
-            eglGetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
-        if (display_ == EGL_NO_DISPLAY || !eglInitialize(display_, nullptr, nullptr)) {
-            eglGetError();  // so that a failure below reports its own error
-            display_ = eglGetDisplay(EGL_DEFAULT_DISPLAY);
-            if (display_ == EGL_NO_DISPLAY) eglFailure("eglGetDisplay");
-            if (!eglInitialize(display_, nullptr, nullptr)) eglFailure("eglInitialize");
-        }
-        if (!eglBindAPI(EGL_OPENGL_ES_API)) eglFailure("eglBindAPI");
-
-        const EGLint wanted[] = {EGL_SURFACE_TYPE,
-                                 EGL_PBUFFER_BIT,
-                                 EGL_RENDERABLE_TYPE,
-                                 EGL_OPENGL_ES3_BIT,
-                                 EGL_RED_SIZE,
-                                 8,
-                                 EGL_GREEN_SIZE,
-                                 8,
-                                 EGL_BLUE_SIZE,
-                                 8,
-                                 EGL_ALPHA_SIZE,
-                                 8,
-                                 EGL_NONE};
-        EGLConfig configs[64];
-        EGLint count = 0;
-        if (!eglChooseConfig(display_, wanted, configs, 64, &count)) eglFailure("eglChooseConfig");
-        // The first exact RGBA8888 config, so that screenshots are never dithered
-        // or widened differently from run to run.
-        EGLConfig config = nullptr;
-        for (EGLint i = 0; i < count && !config; ++i) {
-            EGLint r = 0, g = 0, b = 0, a = 0;
-            eglGetConfigAttrib(display_, configs[i], EGL_RED_SIZE, &r);
-            eglGetConfigAttrib(display_, configs[i], EGL_GREEN_SIZE, &g);
-            eglGetConfigAttrib(display_, configs[i], EGL_BLUE_SIZE, &b);
-            eglGetConfigAttrib(display_, configs[i], EGL_ALPHA_SIZE, &a);
-            if (r == 8 && g == 8 && b == 8 && a == 8) config = configs[i];
-        }
-        if (!config) throw Failure("no RGBA8888 pbuffer config with OpenGL ES 3");
-
-        const EGLint contextAttributes[] = {EGL_CONTEXT_MAJOR_VERSION, 3, EGL_NONE};
-        context_ = eglCreateContext(display_, config, EGL_NO_CONTEXT, contextAttributes);
-        if (context_ == EGL_NO_CONTEXT) eglFailure("eglCreateContext");
-        const EGLint surfaceAttributes[] = {EGL_WIDTH, width, EGL_HEIGHT, height, EGL_NONE};
-        surface_ = eglCreatePbufferSurface(display_, config, surfaceAttributes);
-        if (surface_ == EGL_NO_SURFACE) eglFailure("eglCreatePbufferSurface");
-        if (!eglMakeCurrent(display_, surface_, surface_, context_)) eglFailure("eglMakeCurrent");
-    }
-
-    ~EglSession() {
-        if (display_ == EGL_NO_DISPLAY) return;
-        eglMakeCurrent(display_, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
-        if (surface_ != EGL_NO_SURFACE) eglDestroySurface(display_, surface_);
-        if (context_ != EGL_NO_CONTEXT) eglDestroyContext(display_, context_);
-        eglTerminate(display_);
-    }
-
-    EglSession(const EglSession&) = delete;
-    EglSession& operator=(const EglSession&) = delete;
-
-    void swap() {
-        if (!eglSwapBuffers(display_, surface_)) eglFailure("eglSwapBuffers");
-    }
-
-    std::string describe() const {
-        const char* version = eglQueryString(display_, EGL_VERSION);
-        const char* vendor = eglQueryString(display_, EGL_VENDOR);
-        return std::string("EGL ") + (version ? version : "?") + " (" + (vendor ? vendor : "?") +
-               ")";
-    }
-
-  private:
-    EGLDisplay display_ = EGL_NO_DISPLAY;
-    EGLContext context_ = EGL_NO_CONTEXT;
-    EGLSurface surface_ = EGL_NO_SURFACE;
-};
 
 std::string shotPath(const std::string& folder, int frame) {
     char name[32];
@@ -289,7 +155,7 @@ int main(int argc, char** argv) {
     demo::Options options;
     try {
         options = demo::parseOptions(argc, argv, &help);
-    } catch (const demo::UsageError& e) {
+    } catch (const glapp::UsageError& e) {
         std::fprintf(stderr, "velour-demo: %s (see --help)\n", e.what());
         return 2;
     }

@@ -7,11 +7,16 @@
 #include <cstring>
 #include <string>
 
-#include "gl_util.h"
+#include "glapp/gl_program.h"
 #include "shaders.h"
 #include "vecmath.h"
 
 namespace demo {
+
+using glapp::buildProgram;
+using glapp::checkGl;
+using glapp::Failure;
+using glapp::uniformLocation;
 
 namespace {
 

@@ -1,4 +1,5 @@
-// Error reporting and shader building shared by the demo's passes.
+// Error reporting and shader building for the project's GLES programs (the
+// demo game and the frame benchmark).
 #pragma once
 
 #include <GLES3/gl32.h>
@@ -6,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace demo {
+namespace glapp {
 
 // Any EGL or GL failure. main() reports it and exits non-zero.
 struct Failure : std::runtime_error {
@@ -26,4 +27,4 @@ GLuint buildProgram(const char* name, const char* vertexSource, const char* frag
 // code drifted apart, which would otherwise draw silently wrong.
 GLint uniformLocation(GLuint program, const char* name);
 
-}  // namespace demo
+}  // namespace glapp

@@ -1,8 +1,8 @@
-#include "gl_util.h"
+#include "glapp/gl_program.h"
 
 #include <vector>
 
-namespace demo {
+namespace glapp {
 
 const char* glErrorName(GLenum error) {
     switch (error) {
@@ -83,4 +83,4 @@ GLint uniformLocation(GLuint program, const char* name) {
     return location;
 }
 
-}  // namespace demo
+}  // namespace glapp
