@@ -67,25 +67,11 @@ thread_local ThreadBuffers t_buffers;
 
 std::mutex g_outputMutex;
 
-// vsnprintf into buffer, grown when the text does not fit. On a failure the
-// buffer keeps what it holds.
-void formatInto(std::vector<char>& buffer, const char* format, va_list args) {
-    va_list retry;
-    va_copy(retry, args);
-    int length = std::vsnprintf(buffer.data(), buffer.size(), format, args);
-    if (length >= 0 && static_cast<size_t>(length) >= buffer.size()) {
-        buffer.resize(static_cast<size_t>(length) + 1);
-        std::vsnprintf(buffer.data(), buffer.size(), format, retry);
-    }
-    va_end(retry);
-    buffer.back() = '\0';
-}
-
 __attribute__((format(printf, 2, 3))) void formatInto(std::vector<char>& buffer, const char* format,
                                                       ...) {
     va_list args;
     va_start(args, format);
-    formatInto(buffer, format, args);
+    utils::formatInto(buffer, format, args);
     va_end(args);
 }
 
@@ -187,7 +173,7 @@ void log(const char* file, int line, const char* function, int severity, const c
 
     va_list args;
     va_start(args, format);
-    formatInto(buffers.message, format, args);
+    utils::formatInto(buffers.message, format, args);
     va_end(args);
 
     const SeverityStyle& style = styleOf(severity);

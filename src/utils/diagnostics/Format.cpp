@@ -6,10 +6,8 @@
 
 namespace velour::utils {
 
-const char* formatString(const char* format, ...) {
-    thread_local std::vector<char> buffer(4096, '\0');
-    va_list args;
-    va_start(args, format);
+void formatInto(std::vector<char>& buffer, const char* format, va_list args) {
+    if (buffer.empty()) buffer.resize(1);
     va_list retry;
     va_copy(retry, args);
     int length = std::vsnprintf(buffer.data(), buffer.size(), format, args);
@@ -18,6 +16,14 @@ const char* formatString(const char* format, ...) {
         std::vsnprintf(buffer.data(), buffer.size(), format, retry);
     }
     va_end(retry);
+    buffer.back() = '\0';
+}
+
+const char* formatString(const char* format, ...) {
+    thread_local std::vector<char> buffer(4096, '\0');
+    va_list args;
+    va_start(args, format);
+    formatInto(buffer, format, args);
     va_end(args);
     return buffer.data();
 }
