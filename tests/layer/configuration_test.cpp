@@ -65,51 +65,52 @@ const char BASIC[] =
     "runtime_mode=1\n"
     "enabled=1\n";
 
-TEST_F(Settings, SectionIsFoundByPrefixIgnoringCaseAndFirstWins) {
-    GameConfig config = lookUp(BASIC, "COM.example");
-    EXPECT_TRUE(config.enabled);
-    EXPECT_EQ(config.runtimeMode, 2u);
-    EXPECT_STREQ(config.processName, "COM.example");
-
-    config = lookUp(BASIC, "com.example.game.second");
-    EXPECT_EQ(config.runtimeMode, 1u);
-
-    config = lookUp(BASIC, "com.other");
-    EXPECT_FALSE(config.enabled);
-    EXPECT_EQ(service.registrations, 2) << "an unknown process asks the service nothing";
+TEST_F(Settings, LookUpFollowsTheFileAndTheModeProperty) {
+    const struct {
+        const char* ini;
+        const char* name;
+        const char* modeProperty;
+        bool enabled;
+        unsigned mode;
+    } cases[] = {
+        // The first section whose name begins with the process name, in any case.
+        {BASIC, "COM.example", "", true, 2},
+        {BASIC, "com.example.game.second", "", true, 1},
+        {BASIC, "com.other", "", false, 0},
+        // A missing key stops the look-up with the layer off.
+        {"[p]\ngame=0\nenabled=1\n", "p", "", false, 0},
+        {"[p]\nruntime_mode=1\nenabled=1\n", "p", "", false, 0},
+        {"[p]\ngame=0\nruntime_mode=1\n", "p", "", false, 1},
+        // Keys compare over their own length, so a longer key name still matches.
+        {"[p]\ngamex=0\nruntime_mode=1\nENABLED=1\n", "p", "", true, 1},
+        // The property overrides the mode only with one digit from 0 to 4.
+        {BASIC, "com.example.game", "9", true, 2},
+        {BASIC, "com.example.game", "3", true, 3},
+        {BASIC, "com.example.game", "03", true, 2},
+        // This host reports no MediaTek hardware, so a known game runs hooks only.
+        {"[g]\ngame=2\nruntime_mode=0\nenabled=1\n", "g", "", true, 3},
+    };
+    for (const auto& c : cases) {
+        __system_property_set("vendor.nimbo.orlo.mode", c.modeProperty);
+        service.registrations = 0;
+        GameConfig config = lookUp(c.ini, c.name);
+        EXPECT_STREQ(config.processName, c.name);
+        EXPECT_EQ(config.enabled, c.enabled) << c.name << " " << c.ini;
+        EXPECT_EQ(config.runtimeMode, c.mode) << c.name << " " << c.ini;
+        // Only a complete section asks the service.
+        EXPECT_EQ(service.registrations, c.enabled ? 1 : 0) << c.name << " " << c.ini;
+    }
 }
 
-TEST_F(Settings, MissingKeysStopTheLookUpWithTheLayerOff) {
-    EXPECT_FALSE(lookUp("[p]\ngame=0\nenabled=1\n", "p").enabled) << "no runtime_mode";
-    EXPECT_FALSE(lookUp("[p]\nruntime_mode=0\nenabled=1\n", "p").enabled) << "no game";
-    GameConfig config = lookUp("[p]\ngame=0\nruntime_mode=1\nfallback=3\n", "p");
-    EXPECT_FALSE(config.enabled) << "no enabled key";
-    EXPECT_EQ(config.fallback, 3);
-    config = lookUp(
+TEST_F(Settings, OptionalKeysAreReadWithTheLayerOff) {
+    EXPECT_EQ(lookUp("[p]\ngame=0\nruntime_mode=1\nfallback=3\n", "p").fallback, 3);
+    GameConfig config = lookUp(
         "[p]\ngame=0\nruntime_mode=1\nenabled=0\ndisable_any_samples_passed=1\n"
         "disable_egl_time_stamps=7\n",
         "p");
     EXPECT_FALSE(config.enabled);
     EXPECT_TRUE(config.disableAnySamplesPassed);
     EXPECT_TRUE(config.disableEglTimeStamps);
-    // Keys compare over their own length, so a longer key name still matches.
-    EXPECT_TRUE(lookUp("[p]\ngamex=0\nruntime_mode=1\nENABLED=1\n", "p").enabled);
-}
-
-TEST_F(Settings, ModePropertyOverridesOnlyWithAValidMode) {
-    __system_property_set("vendor.nimbo.orlo.mode", "9");
-    EXPECT_EQ(lookUp(BASIC, "com.example.game").runtimeMode, 2u);
-    __system_property_set("vendor.nimbo.orlo.mode", "3");
-    EXPECT_EQ(lookUp(BASIC, "com.example.game").runtimeMode, 3u);
-    __system_property_set("vendor.nimbo.orlo.mode", "03");
-    EXPECT_EQ(lookUp(BASIC, "com.example.game").runtimeMode, 2u);
-}
-
-TEST_F(Settings, KnownGameOffMediaTekRunsHooksOnly) {
-    // This host reports no MediaTek hardware, so a known game cannot defer.
-    GameConfig config = lookUp("[g]\ngame=2\nruntime_mode=0\nenabled=1\n", "g");
-    EXPECT_EQ(config.game, 2);
-    EXPECT_EQ(config.runtimeMode, 3u);
 }
 
 TEST_F(Settings, ServiceAnswersDecide) {
@@ -127,11 +128,10 @@ TEST_F(Settings, ServiceAnswersDecide) {
         EXPECT_EQ(service.registrations, 1) << "the callback is registered all the same";
     }
     EXPECT_EQ(service.rusFetches, 1);
-}
 
-TEST_F(Settings, UnreachableServiceLeavesTheFileToDecide) {
+    // An unreachable service leaves the file to decide.
     ctrl::setGameServiceForTesting(nullptr);
-    GameConfig config = lookUp(BASIC, "com.example.game");
+    config = lookUp(BASIC, "com.example.game");
     EXPECT_TRUE(config.enabled);
     EXPECT_EQ(config.runtimeMode, 2u);
 }
@@ -171,13 +171,6 @@ TEST_F(Settings, EffectPropertiesRoundTripThroughThePoll) {
     char value[PROP_VALUE_MAX];
     __system_property_get("vendor.nimbo.tessel.effect", value);
     EXPECT_STREQ(value, "hdr");
-}
-
-TEST(Paths, DataFilesLieUnderTheSettingsFolder) {
-    EXPECT_EQ(ctrl::getGameDataFile("pubg"), "/odm/etc/tesselfx/defaultEncryptedData/pubg.dat");
-    EXPECT_EQ(ctrl::getDefaultGameDataFile("cf"), ctrl::getGameDataFile("cf"));
-    EXPECT_EQ(ctrl::getDefaultFilterConfig(), "/odm/etc/tesselfx/defaultFilterConfig.dat");
-    EXPECT_EQ(ctrl::getUpdatedFilterConfig(), "/odm/etc/tesselfx/updatedFilterConfig.dat");
 }
 
 }  // namespace

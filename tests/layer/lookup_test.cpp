@@ -44,14 +44,8 @@ class Lookup : public ::testing::Test {
     GameConfig saved;
 };
 
-TEST_F(Lookup, TablesAreFilledInOrderAndCopied) {
-    fake::reset();
-    drv::initRealGL(nullptr, fake::getNextProc);
+TEST_F(Lookup, EachNameIsLookedUpOnceAndCopiedToItsSlot) {
     EXPECT_EQ(fake::lookupCount(), ENTRY_POINT_COUNT);
-    gles::initFunctionTable();
-    EXPECT_EQ(reinterpret_cast<void*>(drv::glClear), fake::address("glClear"));
-    EXPECT_EQ(reinterpret_cast<void*>(drv::eglGetPlatformDisplayEXT),
-              fake::address("eglGetPlatformDisplayEXT"));
     for (auto& entry : gles::entryPoints) {
         bool known = false;
         void* slot = gles::hijackSlot(entry.name, &known);
@@ -63,10 +57,9 @@ TEST_F(Lookup, TablesAreFilledInOrderAndCopied) {
 TEST_F(Lookup, EveryNameHasItsOwnWrapperAndCompareIsExact) {
     EXPECT_EQ(gles::eglGPA("glClear"), address(&gl_deferred_glClear));
     EXPECT_EQ(gles::eglGPA("eglWaitSyncKHR"), address(&gl_deferred_eglWaitSyncKHR));
-    EXPECT_EQ(gles::eglGPA("glclear"), nullptr);
-    EXPECT_EQ(gles::eglGPA("glClear "), nullptr);
-    EXPECT_EQ(gles::eglGPA("glClearX"), nullptr);
-    EXPECT_EQ(gles::eglGPA(""), nullptr);
+    for (const char* name : {"glclear", "glClear ", "glClearX", ""}) {
+        EXPECT_EQ(gles::eglGPA(name), nullptr) << name;
+    }
     std::set<void*> wrappers;
     for (auto& entry : gles::entryPoints) {
         void* wrapper = gles::eglGPA(entry.name);
@@ -77,23 +70,21 @@ TEST_F(Lookup, EveryNameHasItsOwnWrapperAndCompareIsExact) {
 }
 
 TEST_F(Lookup, EglSetDependsOnMode) {
-    const char* hooksSet[] = {
-        "eglCreateContext", "eglDestroyContext",           "eglMakeCurrent",
-        "eglSwapBuffers",   "eglSwapBuffersWithDamageKHR", "eglSwapBuffersWithDamageEXT"};
-    for (unsigned m : {3u, 4u}) {
+    for (unsigned m = 0; m <= 4; ++m) {
         mode(m);
-        for (const char* name : hooksSet) EXPECT_NE(gles::getEglProcAddress(name), nullptr) << name;
-        EXPECT_EQ(gles::getEglProcAddress("eglGetCurrentContext"), nullptr);
-        EXPECT_EQ(gles::getEglProcAddress("eglGetCurrentSurface"), nullptr);
-        EXPECT_EQ(gles::getEglProcAddress("eglInitialize"), nullptr);
-    }
-    for (unsigned m : {0u, 1u, 2u}) {
-        mode(m);
-        for (const char* name : hooksSet) EXPECT_NE(gles::getEglProcAddress(name), nullptr) << name;
-        EXPECT_NE(gles::getEglProcAddress("eglGetCurrentContext"), nullptr);
-        EXPECT_NE(gles::getEglProcAddress("eglGetCurrentSurface"), nullptr);
-        EXPECT_EQ(gles::getEglProcAddress("eglInitialize"), nullptr);
-        EXPECT_EQ(gles::getGlProcAddress("glDrawArrays"), nullptr);
+        for (const char* name :
+             {"eglCreateContext", "eglDestroyContext", "eglMakeCurrent", "eglSwapBuffers",
+              "eglSwapBuffersWithDamageKHR", "eglSwapBuffersWithDamageEXT"}) {
+            EXPECT_NE(gles::getEglProcAddress(name), nullptr) << name << " in mode " << m;
+        }
+        // The layer answers the current-context queries only where it defers.
+        const bool defers = m < 3;
+        EXPECT_EQ(gles::getEglProcAddress("eglGetCurrentContext") != nullptr, defers) << m;
+        EXPECT_EQ(gles::getEglProcAddress("eglGetCurrentSurface") != nullptr, defers) << m;
+        EXPECT_EQ(gles::getEglProcAddress("eglInitialize"), nullptr) << m;
+        if (defers) {
+            EXPECT_EQ(gles::getGlProcAddress("glDrawArrays"), nullptr) << m;
+        }
     }
 }
 
@@ -119,8 +110,7 @@ TEST_F(Lookup, HooksOnlyModeHandsOutSlotsAndDrawThunks) {
     for (const char* name :
          {"glDrawBuffers", "glDrawElements", "glDrawElementsInstanced", "glDrawRangeElements"}) {
         void* fn = velourGetProcAddress(name, next());
-        EXPECT_NE(fn, fake::address(name)) << name;
-        EXPECT_NE(fn, nullptr) << name;
+        EXPECT_TRUE(fn != nullptr && fn != fake::address(name)) << name;
     }
 }
 

@@ -1,16 +1,11 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <climits>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
 
-#include "core/InterfaceLogger.h"
 #include "core/log.h"
 #include "velour/utils/CallStack.h"
 #include "velour/utils/Format.h"
@@ -76,23 +71,6 @@ TEST(Rip, ThrowsWithLocationMessageAndDemangledStack) {
                   0u)
             << error.what();
     }
-}
-
-TEST(InterfaceLogger, WritesEachNameOnceInOrderOfFirstUse) {
-    const std::string folder = std::string(std::getenv("VELOUR_SYSROOT")) + "/data/local/tmp/orlo";
-    std::filesystem::create_directories(folder);
-    std::ofstream(folder + "/interface_log.txt") << "from an earlier run\n";
-
-    core::InterfaceLogger logger;
-    logger.init();
-    char sameText[] = "glDrawArrays";  // another pointer, the same name
-    for (const char* name : {"glDrawArrays", "glClear", static_cast<const char*>(sameText),
-                             "glClear", static_cast<const char*>(nullptr)}) {
-        logger.logCall(name);
-    }
-    std::stringstream text;
-    text << std::ifstream(folder + "/interface_log.txt").rdbuf();
-    EXPECT_EQ(text.str(), "glDrawArrays\nglClear\n");
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include <regex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "../platform/TestSupport.h"
@@ -72,53 +73,34 @@ std::vector<std::string> logFileLines(int threadId = 0) {
     return lines;
 }
 
-struct PlatformEntry {
-    char priority;  // 'V', 'D', 'I', 'W', 'E' or 'F'
-    std::string text;
-    bool operator==(const PlatformEntry& other) const {
-        return priority == other.priority && text == other.text;
-    }
-};
+// priority letter ('V', 'D', 'I', 'W', 'E' or 'F') and text
+using PlatformEntry = std::pair<char, std::string>;
 
-// Collects what the platform log prints from construction to entries().
-class PlatformLogCapture {
-  public:
-    PlatformLogCapture() : _path(g_environment->root + "/stderr") {
-        std::fflush(stderr);
-        _savedFd = dup(2);
-        int capture = open(_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        if (_savedFd < 0 || capture < 0 || dup2(capture, 2) < 0) std::abort();
-        close(capture);
-    }
-    ~PlatformLogCapture() { restore(); }
+// What the platform log prints while `body` runs.
+std::vector<PlatformEntry> platformEntries(const std::function<void()>& body) {
+    const std::string path = g_environment->root + "/stderr";
+    std::fflush(stderr);
+    const int saved = dup(2), capture = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (saved < 0 || capture < 0 || dup2(capture, 2) < 0) std::abort();
+    close(capture);
+    body();
+    std::fflush(stderr);
+    dup2(saved, 2);
+    close(saved);
 
-    std::vector<PlatformEntry> entries() {
-        restore();
-        // liblog's host format: tag, priority letter, date, time, pid, tid, text.
-        static const std::regex entry(R"(^velour ([VDIWEF]) \S+ \S+ +\d+ +\d+ (.*)$)");
-        std::vector<PlatformEntry> result;
-        for (const std::string& line : readLines(_path)) {
-            std::smatch match;
-            if (std::regex_match(line, match, entry)) {
-                result.push_back({match[1].str()[0], match[2]});
-            } else {
-                ADD_FAILURE() << "not a platform log entry: " << line;
-            }
+    // liblog's host format: tag, priority letter, date, time, pid, tid, text.
+    static const std::regex entry(R"(^velour ([VDIWEF]) \S+ \S+ +\d+ +\d+ (.*)$)");
+    std::vector<PlatformEntry> result;
+    for (const std::string& line : readLines(path)) {
+        std::smatch match;
+        if (std::regex_match(line, match, entry)) {
+            result.emplace_back(match[1].str()[0], match[2]);
+        } else {
+            ADD_FAILURE() << "not a platform log entry: " << line;
         }
-        return result;
     }
-
-  private:
-    void restore() {
-        if (_savedFd < 0) return;
-        std::fflush(stderr);
-        dup2(_savedFd, 2);
-        close(_savedFd);
-        _savedFd = -1;
-    }
-    std::string _path;
-    int _savedFd = -1;
-};
+    return result;
+}
 
 }  // namespace
 }  // namespace velour::test
@@ -137,23 +119,19 @@ class Log : public ::testing::Test {
         std::filesystem::remove(test::g_environment->logFile);
     }
     void TearDown() override { g_printSourceLocation = true; }
-
-    static std::string location(int line) {
-        return "[" + std::string(__FILE__) + ":" + std::to_string(line) + "] TestBody - ";
-    }
 };
 
 TEST_F(Log, EachLineOfAMessageIsAnEntryTaggedOnlyFirst) {
-    test::PlatformLogCapture capture;
-    int line = __LINE__ + 1;
-    log(__FILE__, line, __func__, LOG_ERROR, "first %d\nsecond\n\nlast", 1);
-    log(__FILE__, line, __func__, LOG_BANNER, "\n  banner");
-    const std::string first = "[ERROR] " + location(line) + "first 1";
+    Entries entries = test::platformEntries([] {
+        log("src/x.cpp", 12, "work", LOG_ERROR, "first %d\nsecond\n\nlast", 1);
+        log("src/x.cpp", 12, "work", LOG_BANNER, "\n  banner");
+    });
+    const std::string first = "[ERROR] [src/x.cpp:12] work - first 1";
 
     Entries expected = {{'E', first},      {'E', "        second"},
                         {'E', "        "}, {'E', "        last"},
                         {'I', ""},         {'I', "  banner"}};
-    EXPECT_EQ(capture.entries(), expected);
+    EXPECT_EQ(entries, expected);
     Lines fileLines = {first, "        second", "        ", "        last", "", "  banner"};
     EXPECT_EQ(test::logFileLines(static_cast<int>(syscall(SYS_gettid))), fileLines);
 }
@@ -174,53 +152,44 @@ TEST_F(Log, TagsPrioritiesAndTheLocationSwitch) {
     for (bool switchOn : {true, false}) {
         g_printSourceLocation = switchOn;
         for (const Case& c : cases) {
-            test::PlatformLogCapture capture;
-            int line = __LINE__ + 1;
-            log(__FILE__, line, __func__, c.severity, "message");
-            std::string text =
-                std::string(c.tag) + (switchOn && c.located ? location(line) : "") + "message";
-            EXPECT_EQ(capture.entries(), (Entries{{c.priority, text}}))
+            Entries entries = test::platformEntries(
+                [&c] { log("src/x.cpp", 12, "work", c.severity, "message"); });
+            std::string text = std::string(c.tag) +
+                               (switchOn && c.located ? "[src/x.cpp:12] work - " : "") + "message";
+            EXPECT_EQ(entries, (Entries{{c.priority, text}}))
                 << "severity " << c.severity << ", switch " << switchOn;
         }
     }
 }
 
-TEST_F(Log, LongMessagesAreWrittenWhole) {
-    const std::string longText(10000, 'x');
-    test::PlatformLogCapture capture;
-    log("f", 1, "g", LOG_WARN, "%s|end", longText.c_str());
-    log("f", 1, "g", LOG_WARN, "short");
-    capture.entries();
-    EXPECT_EQ(test::logFileLines(),
-              (Lines{"[WARN ] [f:1] g - " + longText + "|end", "[WARN ] [f:1] g - short"}));
-}
-
 TEST_F(Log, FileThatCannotBeOpenedLeavesThePlatformLog) {
     // A folder where the file should be.
     std::filesystem::create_directory(test::g_environment->logFile);
-    test::PlatformLogCapture capture;
-    log("f", 1, "g", LOG_INFO, "still %s", "here");
-    EXPECT_EQ(capture.entries(), (Entries{{'I', "[INFO ] still here"}}));
+    EXPECT_EQ(test::platformEntries([] { log("f", 1, "g", LOG_INFO, "still %s", "here"); }),
+              (Entries{{'I', "[INFO ] still here"}}));
     std::filesystem::remove(test::g_environment->logFile);
 }
 
 // Formatting runs in parallel, writing does not: the lines of one message
-// stay together and no line is mixed with another.
+// stay together and no line is mixed with another. Messages longer than the
+// formatting buffers alternate with short ones, and are written whole.
 TEST_F(Log, MessagesOfManyThreadsStayWhole) {
     constexpr int THREADS = 4, MESSAGES = 100;
-    auto filler = [](int thread) { return std::string(thread % 2 ? 5000 : 10, '.'); };
-    test::PlatformLogCapture capture;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < THREADS; ++t) {
-        threads.emplace_back([t, &filler] {
-            for (int m = 0; m < MESSAGES; ++m) {
-                log("f", 1, "g", LOG_WARN, "T%d M%d %s\nT%d M%d tail", t, m, filler(t).c_str(), t,
-                    m);
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
-    capture.entries();
+    auto filler = [](int thread, int message) {
+        return std::string((thread + message) % 2 ? 10000 : 10, '.');
+    };
+    test::platformEntries([&filler] {
+        std::vector<std::thread> threads;
+        for (int t = 0; t < THREADS; ++t) {
+            threads.emplace_back([t, &filler] {
+                for (int m = 0; m < MESSAGES; ++m) {
+                    log("f", 1, "g", LOG_WARN, "T%d M%d %s\nT%d M%d tail", t, m,
+                        filler(t, m).c_str(), t, m);
+                }
+            });
+        }
+        for (auto& thread : threads) thread.join();
+    });
 
     Lines lines = test::logFileLines();
     ASSERT_EQ(lines.size(), size_t{2 * THREADS * MESSAGES});
@@ -230,7 +199,7 @@ TEST_F(Log, MessagesOfManyThreadsStayWhole) {
         ASSERT_EQ(std::sscanf(lines[i].c_str(), "[WARN ] [f:1] g - T%d M%d", &t, &m), 2);
         ASSERT_TRUE(t >= 0 && t < THREADS && m == next[t]++) << lines[i];
         const std::string id = "T" + std::to_string(t) + " M" + std::to_string(m);
-        EXPECT_EQ(lines[i], "[WARN ] [f:1] g - " + id + " " + filler(t));
+        EXPECT_EQ(lines[i], "[WARN ] [f:1] g - " + id + " " + filler(t, m));
         EXPECT_EQ(lines[i + 1], "        " + id + " tail");
     }
 }
@@ -277,17 +246,18 @@ class LogSettings : public ::testing::Test {
     }
 };
 
+// What this is for: someone at a shell changes the level of a running game.
 TEST_F(LogSettings, LevelPropertySetsTheThreshold) {
-    set(LEVEL, "6");
+    test::ChildResult tool = test::runPropTool({"set", LEVEL, "6"});
+    ASSERT_EQ(tool.exitCode, 0) << tool.err;
     EXPECT_TRUE(soon([] { return severity() == LOG_VERBOSE; }));
     set(LEVEL, "0");
     EXPECT_TRUE(soon([] { return severity() == LOG_INFO; })) << "0 means the default";
 
     set(LEVEL, "-1");
     ASSERT_TRUE(soon([] { return severity() == -1; }));
-    test::PlatformLogCapture capture;
-    VELOUR_LOG(LOG_BANNER, "banner");
-    EXPECT_TRUE(capture.entries().empty()) << "a negative level silences the banner too";
+    EXPECT_TRUE(test::platformEntries([] { VELOUR_LOG(LOG_BANNER, "banner"); }).empty())
+        << "a negative level silences the banner too";
 }
 
 TEST_F(LogSettings, EmptyLocationPropertyKeepsTheSwitch) {
@@ -310,13 +280,6 @@ TEST_F(LogSettings, ProcessNotEnabledIgnoresTheProperties) {
     EXPECT_EQ(severity(), LOG_INFO);
     setInterceptionEnabled(true);
     EXPECT_TRUE(soon([] { return severity() == LOG_BABBLE; }));
-}
-
-// What this is for: someone at a shell raises the level of a running game.
-TEST_F(LogSettings, PropToolChangesTheLevelOfARunningProcess) {
-    test::ChildResult tool = test::runPropTool({"set", LEVEL, "6"});
-    ASSERT_EQ(tool.exitCode, 0) << tool.err;
-    EXPECT_TRUE(soon([] { return severity() == LOG_VERBOSE; }));
 }
 
 }  // namespace

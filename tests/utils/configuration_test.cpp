@@ -35,26 +35,24 @@ TEST(Configuration, ReadsBackWhatItWritesUnderThePrefix) {
     EXPECT_EQ(config().gets("test.never_set"), "");
 }
 
-TEST(Configuration, GetfTakesZeroForAnythingThatIsNotANumber) {
-    config().sets("test.f", "2.5");
-    EXPECT_DOUBLE_EQ(config().getf("test.f"), 2.5);
-    config().sets("test.f", "abc");
-    EXPECT_DOUBLE_EQ(config().getf("test.f"), 0.0);
-    config().sets("test.f", "1e999");  // out of range is an exception too
-    EXPECT_DOUBLE_EQ(config().getf("test.f"), 0.0);
-    EXPECT_DOUBLE_EQ(config().getf("test.f_unset"), 0.0);
-}
-
-TEST(Configuration, GetbAcceptsOnlyTheFourExactWords) {
-    for (const char* yes : {"1", "1.0", "yes", "true"}) {
-        config().sets("test.b", yes);
-        EXPECT_TRUE(config().getb("test.b")) << yes;
+// A number is 0 for anything that does not read as one (out of range
+// included); a switch is on only for four exact words.
+TEST(Configuration, NumbersAndSwitchesReadOnlyWhatTheyAccept) {
+    const struct {
+        const char* text;
+        double number;
+        bool on;
+    } cases[] = {{"2.5", 2.5, false}, {"abc", 0, false}, {"1e999", 0, false}, {"1", 1, true},
+                 {"1.0", 1, true},    {"yes", 0, true},  {"true", 0, true},   {"TRUE", 0, false},
+                 {"Yes", 0, false},   {"0", 0, false},   {"2", 2, false},     {"1.00", 1, false},
+                 {"on", 0, false}};
+    for (const auto& c : cases) {
+        config().sets("test.value", c.text);
+        EXPECT_DOUBLE_EQ(config().getf("test.value"), c.number) << c.text;
+        EXPECT_EQ(config().getb("test.value"), c.on) << c.text;
     }
-    for (const char* no : {"TRUE", "Yes", "0", "2", "1.00", "on"}) {
-        config().sets("test.b", no);
-        EXPECT_FALSE(config().getb("test.b")) << no;
-    }
-    EXPECT_FALSE(config().getb("test.b_unset"));
+    EXPECT_DOUBLE_EQ(config().getf("test.unset"), 0.0);
+    EXPECT_FALSE(config().getb("test.unset"));
 }
 
 TEST(Configuration, CutsTheComposedNameAt91Characters) {
@@ -81,15 +79,13 @@ TEST(SystemProperty, FindsAPropertyCreatedAfterAFailedLookUp) {
     EXPECT_EQ(property.getValue(), "changed");
 }
 
-TEST(Strings, ChangeCaseOfAsciiLettersOnly) {
+TEST(Strings, CaseOfAsciiLettersOnlyAndReplaceAll) {
     EXPECT_EQ(Strings::toLowerCase("MiXeD 123_Z\xC3\x89"), "mixed 123_z\xC3\x89");
     EXPECT_EQ(Strings::toUpperCase("mixed a-z\xC3\xA9"), "MIXED A-Z\xC3\xA9");
     EXPECT_TRUE(Strings::equalsIgnoreCase("Main_Color", "MAIN_color"));
     EXPECT_FALSE(Strings::equalsIgnoreCase("ui", "ui "));
     EXPECT_FALSE(Strings::equalsIgnoreCase("\xC3\x89", "\xC3\xA9"));
-}
-
-TEST(Strings, ReplaceAllDoesNotRescanReplacements) {
+    // Replacements are not scanned again.
     EXPECT_EQ(Strings::replaceAll("aaa", "a", "aa"), "aaaaaa");
     EXPECT_EQ(Strings::replaceAll("a.b.c", ".", ""), "abc");
     EXPECT_EQ(Strings::replaceAll("abab", "aba", "x"), "xb");

@@ -48,10 +48,6 @@ expect 1 "not JSON after unwrapping" "$tool" validate --kind filter "$work/text.
 cp "$work/filters.json" "$work/plain.dat"
 expect 1 "plain JSON" "$tool" validate --kind filter "$work/plain.dat"
 
-# A filter section without "parameters" is named.
-sed 's/"hdrConfig":{"parameters":\[\]}/"hdrConfig":{}/' "$work/filters.json" >"$work/nohdr.json"
-expect 1 '"hdrConfig"."parameters" is missing' "$tool" validate --kind filter "$work/nohdr.json"
-
 # Settings: good, missing keys, values the layer cannot read, and the wrapped form.
 cat >"$work/velour.ini" <<'INI'
 [com.example.game]

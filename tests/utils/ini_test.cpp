@@ -4,7 +4,6 @@
 
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -14,83 +13,59 @@ IniPtr load(const std::string& text) {
     return IniPtr(ini_load(text.c_str(), nullptr), ini_destroy);
 }
 
-// name=value pairs of one section, in file order.
-std::vector<std::string> pairs(const ini_t* ini, int section) {
-    std::vector<std::string> out;
-    for (int p = 0; p < ini_property_count(ini, section); ++p) {
-        out.push_back(std::string(ini_property_name(ini, section, p)) + "=" +
-                      ini_property_value(ini, section, p));
+// Every section as [name] followed by its name=value pairs, in file order.
+std::string dump(const ini_t* ini) {
+    std::string out;
+    for (int s = 0; s < ini_section_count(ini); ++s) {
+        out += std::string(s > 0 ? "|[" : "[") + ini_section_name(ini, s) + "]";
+        for (int p = 0; p < ini_property_count(ini, s); ++p) {
+            out += std::string("|") + ini_property_name(ini, s, p) + "=" +
+                   ini_property_value(ini, s, p);
+        }
     }
     return out;
 }
 
-using Pairs = std::vector<std::string>;
+TEST(IniLoad, LinesAreReadAsTheSettingsFileIsWritten) {
+    const char* const cases[][2] = {
+        // Keys before the first header go to the unnamed section.
+        {"top=1\n[com.game]\ngame=3\n", "[]|top=1|[com.game]|game=3"},
+        // The name keeps its blank before "="; the value loses the blanks around it.
+        {"key = value  \n\tindented=\t x y \r\nlast=end", "[]|key =value|indented=x y|last=end"},
+        // Comments only start lines; a line without "=" is skipped.
+        {"; a comment = not a key\n\n   ; indented\nno equals here\n[s]\n;x=1\ny=2 ; kept\n",
+         "[]|[s]|y=2 ; kept"},
+        // A header without "]" is dropped; what follows "]" is read as the next item.
+        {"[first]\na=1\n[broken\nb=2\n[second] c=3\n", "[]|[first]|a=1|b=2|[second]|c=3"},
+        // Whatever the signedness of char, UTF-8 bytes are not blanks.
+        {"\xC3\xA9t\xC3\xA9=\xE2\x80\x94\xC2\xA0\n", "[]|\xC3\xA9t\xC3\xA9=\xE2\x80\x94\xC2\xA0"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(dump(load(c[0]).get()), c[1]) << c[0];
 
-TEST(IniLoad, KeysBeforeTheFirstHeaderGoToTheUnnamedSection) {
-    IniPtr ini = load("top=1\n[com.game]\ngame=3\n");
-    ASSERT_EQ(ini_section_count(ini.get()), 2);
-    EXPECT_STREQ(ini_section_name(ini.get(), 0), "");
-    EXPECT_EQ(pairs(ini.get(), 0), Pairs{"top=1"});
-    EXPECT_STREQ(ini_section_name(ini.get(), 1), "com.game");
-    EXPECT_EQ(pairs(ini.get(), 1), Pairs{"game=3"});
+    IniPtr none(ini_load(nullptr, nullptr), ini_destroy);
+    ASSERT_NE(none, nullptr);
+    EXPECT_EQ(dump(none.get()), "[]");
 }
 
-TEST(IniLoad, BlanksAroundTheEqualsSign) {
-    // The name keeps its blank before "="; the value loses the blanks around it.
-    IniPtr ini = load("key = value  \n\tindented=\t x y \r\nlast=end");
-    EXPECT_EQ(pairs(ini.get(), 0), (Pairs{"key =value", "indented=x y", "last=end"}));
-}
-
-TEST(IniLoad, CommentsBlankLinesAndLinesWithoutEquals) {
-    IniPtr ini = load(
-        "; a comment = not a key\n\n   ; indented comment\nno equals here\n"
-        "[s]\n;x=1\ny=2 ; kept, comments only start lines\n");
-    EXPECT_EQ(pairs(ini.get(), 0), Pairs{});
-    EXPECT_EQ(pairs(ini.get(), 1), Pairs{"y=2 ; kept, comments only start lines"});
-}
-
-TEST(IniLoad, HeaderWithoutClosingBracketIsDropped) {
-    IniPtr ini = load("[first]\na=1\n[broken\nb=2\n[second] c=3\n");
-    ASSERT_EQ(ini_section_count(ini.get()), 3);
-    EXPECT_STREQ(ini_section_name(ini.get(), 1), "first");
-    EXPECT_EQ(pairs(ini.get(), 1), (Pairs{"a=1", "b=2"}));
-    // What follows "]" on the header's line is read as the next item.
-    EXPECT_STREQ(ini_section_name(ini.get(), 2), "second");
-    EXPECT_EQ(pairs(ini.get(), 2), Pairs{"c=3"});
-}
-
-TEST(IniLoad, LongNamesAndValuesMoveToTheHeapWhole) {
-    const std::string name40(40, 'n');
-    const std::string value200(200, 'v');
-    IniPtr ini = load("[" + name40 + "]\n" + name40 + "=" + value200 + "\n");
-    ASSERT_EQ(ini_section_count(ini.get()), 2);
-    EXPECT_EQ(ini_find_section(ini.get(), name40.c_str(), 0), 1);
-    EXPECT_EQ(ini_section_text(ini->sections[1]), name40);
-    EXPECT_NE(ini->sections[1].nameLarge, nullptr);
-    const ini_property_t& p = ini->properties[0];
-    EXPECT_EQ(ini_property_name_text(p), name40);
-    EXPECT_EQ(ini_property_value_text(p), value200);
-    EXPECT_NE(p.valueLarge, nullptr);
-}
-
-TEST(IniLoad, HeapFormStartsWhereTheTextAndItsZeroFillTheField) {
-    IniPtr ini = load("[" + std::string(30, 's') + "]\n[" + std::string(31, 't') + "]\n" +
-                      std::string(30, 'a') + "=" + std::string(62, 'x') + "\n" +
-                      std::string(31, 'b') + "=" + std::string(63, 'y') + "\n");
-    EXPECT_EQ(ini->sections[1].nameLarge, nullptr);
-    EXPECT_NE(ini->sections[2].nameLarge, nullptr);
+// The layer reads the records directly: text that would fill its field with
+// the terminating zero moves to the heap, whole.
+TEST(IniLoad, TextMovesToTheHeapWhereItAndItsZeroFillTheField) {
+    const std::string name30(30, 'a'), name31(31, 'b'), value62(62, 'x'), value63(63, 'y');
+    IniPtr ini = load("[" + name30 + "]\n" + name30 + "=" + value62 + "\n[" + name31 + "]\n" +
+                      name31 + "=" + value63 + "\n");
     ASSERT_EQ(ini->propertyCount, 2);
-    EXPECT_EQ(ini->properties[0].nameLarge, nullptr);
-    EXPECT_EQ(ini->properties[0].valueLarge, nullptr);
-    EXPECT_EQ(std::string(ini->properties[0].value), std::string(62, 'x'));
-    EXPECT_NE(ini->properties[1].nameLarge, nullptr);
-    EXPECT_NE(ini->properties[1].valueLarge, nullptr);
-}
-
-TEST(IniLoad, BytesAboveAsciiAreNotBlanks) {
-    // Whatever the signedness of char, UTF-8 bytes stay part of names and values.
-    IniPtr ini = load("\xC3\xA9t\xC3\xA9=\xE2\x80\x94\xC2\xA0\n");
-    EXPECT_EQ(pairs(ini.get(), 0), Pairs{"\xC3\xA9t\xC3\xA9=\xE2\x80\x94\xC2\xA0"});
+    const ini_property_t &inField = ini->properties[0], &onHeap = ini->properties[1];
+    EXPECT_EQ(ini->sections[1].nameLarge, nullptr);
+    EXPECT_EQ(inField.nameLarge, nullptr);
+    EXPECT_EQ(inField.valueLarge, nullptr);
+    EXPECT_EQ(std::string(inField.value), value62);
+    ASSERT_NE(ini->sections[2].nameLarge, nullptr);
+    ASSERT_NE(onHeap.nameLarge, nullptr);
+    ASSERT_NE(onHeap.valueLarge, nullptr);
+    EXPECT_EQ(ini->sections[2].nameLarge, name31);
+    EXPECT_EQ(onHeap.nameLarge, name31);
+    EXPECT_EQ(onHeap.valueLarge, value63);
+    EXPECT_EQ(ini_find_section(ini.get(), name31.c_str(), 0), 2);
 }
 
 TEST(IniLoad, ManySectionsAndPropertiesGrowTheArrays) {
@@ -99,17 +74,9 @@ TEST(IniLoad, ManySectionsAndPropertiesGrowTheArrays) {
         text += "[s" + std::to_string(i) + "]\nk=" + std::to_string(i) + "\n";
     IniPtr ini = load(text);
     ASSERT_EQ(ini_section_count(ini.get()), 301);
-    EXPECT_GE(ini->sectionCapacity, 301);
     const int s = ini_find_section(ini.get(), "S299", 0);
     ASSERT_EQ(s, 300);
     EXPECT_STREQ(ini_property_value(ini.get(), s, ini_find_property(ini.get(), s, "K", 0)), "299");
-}
-
-TEST(IniLoad, NullTextGivesOnlyTheUnnamedSection) {
-    IniPtr ini(ini_load(nullptr, nullptr), ini_destroy);
-    ASSERT_NE(ini, nullptr);
-    EXPECT_EQ(ini_section_count(ini.get()), 1);
-    EXPECT_EQ(ini->propertyCount, 0);
 }
 
 TEST(IniFind, FirstOfDuplicatesWinsAndCaseIsIgnored) {
@@ -125,15 +92,10 @@ TEST(IniFind, FirstOfDuplicatesWinsAndCaseIsIgnored) {
 TEST(IniEdit, RemovingASectionRenumbersTheLaterOnes) {
     IniPtr ini = load("g=0\n[one]\na=1\n[two]\nb=2\n[three]\nc=3\n");
     ini_section_remove(ini.get(), 2);
-    ASSERT_EQ(ini_section_count(ini.get()), 3);
-    EXPECT_STREQ(ini_section_name(ini.get(), 2), "three");
-    EXPECT_EQ(pairs(ini.get(), 2), Pairs{"c=3"});
-    EXPECT_EQ(pairs(ini.get(), 1), Pairs{"a=1"});
     ini_section_remove(ini.get(), 0);  // the unnamed section stays
-    EXPECT_EQ(pairs(ini.get(), 0), Pairs{"g=0"});
-
+    EXPECT_EQ(dump(ini.get()), "[]|g=0|[one]|a=1|[three]|c=3");
     ini_property_remove(ini.get(), 1, 0);
-    EXPECT_EQ(ini_property_count(ini.get(), 1), 0);
+    EXPECT_EQ(dump(ini.get()), "[]|g=0|[one]|[three]|c=3");
 }
 
 TEST(IniEdit, SettersMoveTextBetweenFieldAndHeap) {
@@ -145,31 +107,21 @@ TEST(IniEdit, SettersMoveTextBetweenFieldAndHeap) {
     ini_property_value_set(ini.get(), s, 0, longValue.c_str(), 0);
     EXPECT_EQ(ini_property_value(ini.get(), s, 0), longValue);
     ini_property_value_set(ini.get(), s, 0, "tiny", 0);
-    EXPECT_STREQ(ini_property_value(ini.get(), s, 0), "tiny");
     EXPECT_EQ(ini->properties[0].valueLarge, nullptr);
 
     const std::string longName(50, 'N');
     ini_section_name_set(ini.get(), s, longName.c_str(), 0);
     ini_property_name_set(ini.get(), s, 0, "name-with-length", 4);
-    EXPECT_EQ(ini_section_name(ini.get(), s), longName);
-    EXPECT_STREQ(ini_property_name(ini.get(), s, 0), "name");
+    EXPECT_EQ(dump(ini.get()), "[]|[" + longName + "]|name=tiny");
 }
 
 TEST(IniSave, WhatIsSavedLoadsToTheSameRecords) {
-    const std::string longValue(120, 'x');
-    IniPtr ini = load("top=1\n[com.game]\ngame=3\nvalue=" + longValue + "\n[other]\nk=v\n");
-
+    IniPtr ini = load("top=1\n[com.game]\ngame=3\nvalue=" + std::string(120, 'x') + "\n[o]\nk=v\n");
     const int size = ini_save(ini.get(), nullptr, 0);
     std::string text(static_cast<std::size_t>(size), '\0');
     ASSERT_EQ(ini_save(ini.get(), &text[0], size), size);
     text.resize(static_cast<std::size_t>(size - 1));
-
-    IniPtr again = load(text);
-    ASSERT_EQ(ini_section_count(again.get()), 3);
-    for (int s = 0; s < 3; ++s) {
-        EXPECT_STREQ(ini_section_name(again.get(), s), ini_section_name(ini.get(), s));
-        EXPECT_EQ(pairs(again.get(), s), pairs(ini.get(), s));
-    }
+    EXPECT_EQ(dump(load(text).get()), dump(ini.get()));
 
     char small[8];
     EXPECT_EQ(ini_save(ini.get(), small, sizeof small), size);

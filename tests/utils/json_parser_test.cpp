@@ -7,6 +7,7 @@
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "velour/utils/JsonParserBase.h"
@@ -49,77 +50,58 @@ std::string markerOf(const JsonParser& parser) {
     return root.get("marker").to_str();
 }
 
-TEST(JsonEdition, UpdateWinsOnlyWithAHigherVersion) {
-    DataFile shipped(versioned("1.0.3", "shipped"));
-    JsonParser same("", shipped.path, wrapDat(versioned("1.0.3", "update")));
-    EXPECT_EQ(markerOf(same), "shipped");
-    JsonParser lower("", shipped.path, wrapDat(versioned("1.0.2", "update")));
-    EXPECT_EQ(markerOf(lower), "shipped");
-    JsonParser higher("", shipped.path, wrapDat(versioned("1.1.0", "update")));
-    EXPECT_EQ(markerOf(higher), "update");
-}
-
-TEST(JsonEdition, ReadsOnlyCharactersZeroTwoAndFour) {
-    picojson::value doc;
-    ASSERT_TRUE(picojson::parse(doc, "{\"version\":\"1.10.2\"}").empty());
-    EXPECT_EQ(JsonParser::editionOf(doc), 110);
-
-    // So 1.10.2 loses to 1.2.0 (edition 120).
-    DataFile shipped(versioned("1.10.2", "shipped"));
-    JsonParser parser("", shipped.path, wrapDat(versioned("1.2.0", "update")));
-    EXPECT_EQ(markerOf(parser), "update");
-}
-
-TEST(JsonEdition, UpdateShorterThan100CharactersIsIgnored) {
-    DataFile shipped(versioned("1.0.0", "shipped"));
+// The service's update replaces the shipped file only when it is a whole,
+// wrapped document of at least 100 characters with a higher edition.
+TEST(JsonEdition, UpdateWinsOnlyWhenValidAndNewer) {
     // Exactly 100 and 99 characters; the decoder takes base64 without its
     // padding, so only the length tells the two apart.
     std::string json = "{\"version\":\"9.9.9\",\"marker\":\"update\",\"p\":\"\"}";
     json.insert(json.size() - 2, 75 - json.size(), 'x');
     const std::string hundred = wrapDat(json);
     ASSERT_EQ(hundred.size(), 100u);
-    JsonParser taken("", shipped.path, hundred);
-    EXPECT_EQ(markerOf(taken), "update");
-
     json.erase(json.size() - 3, 1);
     std::string ninetyNine = wrapDat(json);
     ASSERT_EQ(ninetyNine[0], '=');
     ninetyNine.erase(0, 1);
     ASSERT_EQ(ninetyNine.size(), 99u);
     ASSERT_NO_THROW(velour::utils::unwrapDat(ninetyNine));
-    JsonParser ignored("", shipped.path, ninetyNine);
-    EXPECT_EQ(markerOf(ignored), "shipped");
-}
 
-TEST(JsonEdition, BrokenUpdateKeepsTheShippedEdition) {
-    DataFile shipped(versioned("1.0.0", "shipped"));
-    const std::string notBase64 = "!" + wrapDat(versioned("2.0.0", "update"));
     std::string truncated = versioned("2.0.0", "update");
     truncated.pop_back();
-    const std::string notJson = wrapDat(truncated);
-    const std::string noVersion =
-        wrapDat("{\"marker\":\"update\",\"padding\":\"" + std::string(100, 'p') + "\"}");
-    const std::string shortVersion = wrapDat("{\"version\":\"2.0\",\"marker\":\"update\",\"p\":\"" +
-                                             std::string(100, 'p') + "\"}");
-    for (const std::string& update : {notBase64, notJson, noVersion, shortVersion}) {
-        JsonParser parser("", shipped.path, update);
-        EXPECT_EQ(markerOf(parser), "shipped");
+    const std::string pad = ",\"p\":\"" + std::string(100, 'p') + "\"}";
+    const struct {
+        const char* shipped;
+        std::string update;
+        const char* kept;
+    } cases[] = {
+        {"1.0.3", wrapDat(versioned("1.0.3", "update")), "shipped"},
+        {"1.0.3", wrapDat(versioned("1.0.2", "update")), "shipped"},
+        {"1.0.3", wrapDat(versioned("1.1.0", "update")), "update"},
+        // Only the first three digits count: 1.10.2 (110) loses to 1.2.0 (120).
+        {"1.10.2", wrapDat(versioned("1.2.0", "update")), "update"},
+        {"1.0.0", hundred, "update"},
+        {"1.0.0", ninetyNine, "shipped"},
+        {"1.0.0", "!" + wrapDat(versioned("2.0.0", "update")), "shipped"},
+        {"1.0.0", wrapDat(truncated), "shipped"},
+        {"1.0.0", wrapDat("{\"marker\":\"update\"" + pad), "shipped"},
+        {"1.0.0", wrapDat("{\"version\":\"2.0\",\"marker\":\"update\"" + pad), "shipped"},
+    };
+    for (const auto& c : cases) {
+        DataFile shipped(versioned(c.shipped, "shipped"));
+        EXPECT_EQ(markerOf(JsonParser("", shipped.path, c.update)), c.kept) << c.update;
     }
 }
 
-TEST(JsonEdition, NoShippedFileMeansNoUpdateEither) {
-    JsonParser parser("", "/tmp/velour-no-such-folder/none.dat",
-                      wrapDat(versioned("2.0.0", "update")));
-    EXPECT_TRUE(parser.getRoot().is<picojson::null>());
-    EXPECT_TRUE(parser.getLabel("labelTracker", "hud").empty());
-    EXPECT_FALSE(parser.validateJson());
-}
+TEST(JsonEdition, WithoutAReadableShippedFileTheRootStaysNull) {
+    // No shipped file means no update either.
+    JsonParser none("", "/tmp/velour-no-such-folder/none.dat",
+                    wrapDat(versioned("2.0.0", "update")));
+    EXPECT_TRUE(none.getRoot().is<picojson::null>());
+    EXPECT_FALSE(none.validateJson());
 
-TEST(JsonEdition, ShippedFileThatIsNotWrappedLeavesTheRootNull) {
-    DataFile shipped("");
-    std::ofstream(shipped.path) << versioned("1.0.0", "plain");
-    JsonParser parser("", shipped.path, "");
-    EXPECT_TRUE(parser.getRoot().is<picojson::null>());
+    DataFile plain("");
+    std::ofstream(plain.path) << versioned("1.0.0", "plain");  // not wrapped
+    EXPECT_TRUE(JsonParser("", plain.path, "").getRoot().is<picojson::null>());
 }
 
 JsonParser parsed(const std::string& json) {
@@ -167,31 +149,39 @@ const char WZRY[] = R"({"version":"1.0.0","game":"wzry",
     "labelTrackerMatch":{"3dMatch_regex":[{"value":"^3d"}],"battleMatch_regex":[],
                          "noneMatch_regex":[],"hudMatch_regex":[{"value":"hud.*"}]}})";
 
+using Check = bool (JsonParser::*)(std::string&);
+
+// Each case is a document and a part of the reason the check gives, or ""
+// when the document passes.
+void expectReasons(Check check, const std::vector<std::pair<std::string, const char*>>& cases) {
+    for (const auto& [json, fault] : cases) {
+        std::string reason;
+        JsonParser parser = parsed(json);
+        EXPECT_EQ((parser.*check)(reason), fault[0] == '\0') << json;
+        EXPECT_NE(reason.find(fault), std::string::npos) << json << ": " << reason;
+    }
+}
+
 TEST(JsonValidation, GameDataFollowsTheGamesTable) {
-    std::string reason;
-    EXPECT_TRUE(parsed(WZRY).validateGameDataJson(reason)) << reason;
-
-    std::string badRegex = WZRY;
-    const std::string hudRegex = R"({"value":"hud.*"})";
+    std::string badRegex = WZRY, noHud = WZRY;
+    const std::string hudRegex = R"({"value":"hud.*"})", hudLabels = R"(,"hud":["b",3])";
     badRegex.replace(badRegex.find(hudRegex), hudRegex.size(), R"({"value":5})");
-    EXPECT_FALSE(parsed(badRegex).validateGameDataJson(reason));
-    EXPECT_NE(reason.find("\"hudMatch_regex\"[0].\"value\""), std::string::npos) << reason;
-
-    std::string noHud = WZRY;
-    const std::string hudLabels = R"(,"hud":["b",3])";
     noHud.replace(noHud.find(hudLabels), hudLabels.size(), "");
-    EXPECT_FALSE(parsed(noHud).validateGameDataJson(reason));
-    EXPECT_NE(reason.find("\"labelTracker\".\"hud\""), std::string::npos) << reason;
-
-    EXPECT_TRUE(parsed(R"({"game":"dwrg","textureTracker":{"GAMEPLAY":[{"value":"ff"}]}})")
-                    .validateGameDataJson());
-    EXPECT_FALSE(parsed(R"({"game":"cf","labelTracker":{"battle":[],"crosshair":[],"lobby":[],
-        "hud":[]},"textureTracker":{"BATTLE":["ff"]}})")
-                     .validateGameDataJson());
-    // Games with another schema, or none, are not game data here.
-    EXPECT_FALSE(parsed(R"({"game":"fortnite"})").validateGameDataJson());
-    EXPECT_FALSE(parsed(R"({"game":"pubg4DShock"})").validateGameDataJson());
-    EXPECT_FALSE(parsed(R"({"game":3})").validateGameDataJson());
+    expectReasons(
+        &JsonParser::validateGameDataJson,
+        {{WZRY, ""},
+         {badRegex, R"("hudMatch_regex"[0]."value" is not a string)"},
+         {noHud, R"("labelTracker"."hud" is missing)"},
+         {R"({"game":"dwrg","textureTracker":{"GAMEPLAY":[{"value":"ff"}]}})", ""},
+         {R"({"game":"dwrg","textureTracker":{"GAMEPLAY":"ff"}})", "is not an array"},
+         {R"({"game":"dwrg","textureTracker":[]})", R"("textureTracker" is not an object)"},
+         {R"({"game":"cf","labelTracker":{"battle":[],"crosshair":[],"lobby":[],"hud":[]},
+           "textureTracker":{"BATTLE":["ff"]}})",
+          R"("BATTLE"[0] is not an object)"},
+         // Games with another schema, or none, are not game data here.
+         {R"({"game":"fortnite"})", "no game data schema"},
+         {R"({"game":"pubg4DShock"})", "no game data schema"},
+         {R"({"game":3})", R"("game" is not a string)"}});
 }
 
 std::string filterFile(const std::string& oldMovie) {
@@ -205,38 +195,20 @@ std::string filterFile(const std::string& oldMovie) {
 }
 
 TEST(JsonValidation, FilterFileNeedsAllSixSectionsWithTypedParameters) {
-    std::string reason;
-    JsonParser good = parsed(filterFile(R"({"parameters":[]})"));
-    EXPECT_TRUE(good.validateFilterConfigJson(reason)) << reason;
-    EXPECT_TRUE(good.validateJson());
-
-    EXPECT_FALSE(parsed(filterFile(R"({"params":[]})")).validateFilterConfigJson(reason));
-    EXPECT_NE(reason.find("\"oldMovieConfig\".\"parameters\" is missing"), std::string::npos)
-        << reason;
-    EXPECT_FALSE(
-        parsed(filterFile(R"({"parameters":[{"varName":"u","type":"uniform1f","value":"1"}]})"))
-            .validateFilterConfigJson(reason));
-    EXPECT_NE(reason.find("\"value\" is not a number"), std::string::npos) << reason;
-    EXPECT_FALSE(parsed(filterFile(R"({"parameters":[{"varName":"u","value":1}]})"))
-                     .validateFilterConfigJson());
-
-    std::string notFilters = filterFile(R"({"parameters":[]})");
+    const std::string good = filterFile(R"({"parameters":[]})");
+    std::string notFilters = good;
     notFilters.replace(notFilters.find("\"filters\""), 9, "\"filter\"");
-    EXPECT_FALSE(parsed(notFilters).validateFilterConfigJson());
-
-    // validateJson falls back to the game data check.
+    expectReasons(
+        &JsonParser::validateFilterConfigJson,
+        {{good, ""},
+         {filterFile(R"({"params":[]})"), R"("oldMovieConfig"."parameters" is missing)"},
+         {filterFile(R"({"parameters":[{"varName":"u","type":"uniform1f","value":"1"}]})"),
+          R"("value" is not a number)"},
+         {filterFile(R"({"parameters":[{"varName":"u","value":1}]})"), R"("type" is not a string)"},
+         {notFilters, R"(is "filter", not "filters")"}});
+    // validateJson takes either kind.
+    EXPECT_TRUE(parsed(good).validateJson());
     EXPECT_TRUE(parsed(WZRY).validateJson());
-}
-
-TEST(JsonValidation, CheckNameValuePairThrowsAtTheFirstFault) {
-    JsonParser parser = parsed(R"({"s":{"list":[{"n":1,"t":"x"}],"text":"x"},"flat":1})");
-    EXPECT_NO_THROW(parser.checkNameValuePair("s", {"list"}));
-    EXPECT_NO_THROW(parser.checkNameValuePair("s", {"list"}, {"n"}, "numeric"));
-    EXPECT_NO_THROW(parser.checkNameValuePair("s", {"list"}, {"t"}, "string"));
-    EXPECT_THROW(parser.checkNameValuePair("s", {"list"}, {"t"}, "numeric"), std::runtime_error);
-    EXPECT_THROW(parser.checkNameValuePair("s", {"list", "text"}), std::runtime_error);
-    EXPECT_THROW(parser.checkNameValuePair("flat", {}), std::runtime_error);
-    EXPECT_THROW(parser.checkNameValuePair("missing", {}), std::runtime_error);
 }
 
 }  // namespace
