@@ -52,4 +52,11 @@ std::vector<std::pair<std::string, long>> Deferred::driverCalls() {
     return out;
 }
 
+std::vector<std::string> Deferred::trace() {
+    std::vector<std::string> out;
+    for (auto& [name, thread] : driverCalls())
+        out.push_back((thread == threadId() ? "game " : "worker ") + name);
+    return out;
+}
+
 }  // namespace velour::test

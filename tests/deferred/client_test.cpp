@@ -1,12 +1,12 @@
 // Client-side data: what a draw copies, where the driver finds it, what is
 // answered without a drain, and which draws count towards early submission.
-#include <algorithm>
 #include <map>
 
 #include "DeferredFixture.h"
 
 using namespace velour;
 using velour::test::Deferred;
+using velour::test::pointerArg;
 
 namespace {
 
@@ -20,9 +20,15 @@ constexpr GLenum COPY_READ_BUFFER = 36662;
 constexpr GLenum MAP_WRITE = 0x2;
 constexpr GLenum MAP_READ = 0x1;
 
-template <typename T = void>
-T* ptr(std::uint64_t bits) {
-    return reinterpret_cast<T*>(static_cast<std::uintptr_t>(bits));
+template <typename T>
+std::uintptr_t address(T* p) {
+    return reinterpret_cast<std::uintptr_t>(p);
+}
+
+GLint integer(GLenum pname) {
+    GLint value = -1;
+    gl_deferred_glGetIntegerv(pname, &value);
+    return value;
 }
 
 class Client : public Deferred {
@@ -30,18 +36,24 @@ class Client : public Deferred {
     void SetUp() override {
         Deferred::SetUp();
         bind(core::MODE_DEFERRED);
+        // Every test draws from attribute 0, if any.
+        gl_deferred_glEnableVertexAttribArray(0);
         fake::clearCalls();
     }
     ClientGLHandler& handler() { return executor().handler<ClientGLHandler>(); }
-    std::uint64_t drains() { return executor().counters().drains; }
     std::uint64_t handOvers() { return executor().counters().handOvers; }
     std::uint32_t recorded() { return executor().queue.currentBuffer()->writeIndex; }
+    // A client array at attribute 0, or with a buffer bound, a buffer's.
+    void attribute(const void* pointer, GLuint buffer = 0) {
+        gl_deferred_glBindBuffer(ARRAY_BUFFER, buffer);
+        gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, pointer);
+    }
 
     // Keeps, at replay, the floats each attribute's driver pointer shows to
     // a draw, read when the draw reaches the driver.
     void watchDraws(const char* draw, int floats) {
         fake::setHandler("glVertexAttribPointer", [this](const fake::Call& c) {
-            pointers[c.args[0].bits] = ptr<const float>(c.args[5].bits);
+            pointers[c.args[0].bits] = pointerArg<const float>(c, 5);
             return 0;
         });
         fake::setHandler(draw, [this, floats](const fake::Call&) {
@@ -60,7 +72,6 @@ TEST_F(Client, DrawArraysCopiesFromFirstAndTheDriverDrawsFromZero) {
     for (int i = 0; i < 32; ++i) game[i] = float(i);
     watchDraws("glDrawArrays", 8);
 
-    gl_deferred_glEnableVertexAttribArray(0);
     gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game.data());
     gl_deferred_glDrawArrays(TRIANGLES, 8, 4);
     // The game may reuse its memory as soon as the call returns.
@@ -73,7 +84,7 @@ TEST_F(Client, DrawArraysCopiesFromFirstAndTheDriverDrawsFromZero) {
     EXPECT_EQ(draws[0].args[2].bits, 4u);
     auto pointer = fake::callsOf("glVertexAttribPointer");
     ASSERT_EQ(pointer.size(), 1u) << "the pointer reaches the driver with the draw only";
-    EXPECT_NE(ptr<const float>(pointer[0].args[5].bits), game.data());
+    EXPECT_NE(pointerArg<const float>(pointer[0], 5), game.data());
     EXPECT_EQ(seen[0], (std::vector<float>{16, 17, 18, 19, 20, 21, 22, 23}));
 }
 
@@ -82,7 +93,6 @@ TEST_F(Client, InterleavedAttributesAreOneRangeWithMemberOffsets) {
         float position[3];
         unsigned char color[4];
     } vertices[4] = {};
-    gl_deferred_glEnableVertexAttribArray(0);
     gl_deferred_glEnableVertexAttribArray(1);
     // Declared in the other order on purpose: ranges are sorted by address.
     gl_deferred_glVertexAttribPointer(1, 4, UNSIGNED_BYTE, 1, sizeof(Vertex), vertices[0].color);
@@ -92,7 +102,7 @@ TEST_F(Client, InterleavedAttributesAreOneRangeWithMemberOffsets) {
     ASSERT_EQ(state->attribCount, 2u);
     ASSERT_EQ(state->intervalCount, 1u);
     const auto& range = state->intervals[0];
-    EXPECT_EQ(range.start, reinterpret_cast<std::uintptr_t>(&vertices[1]));
+    EXPECT_EQ(range.start, address(&vertices[1]));
     EXPECT_EQ(range.end - range.start, 2 * sizeof(Vertex) + 12 + 4) << "to the last color's end";
     ASSERT_EQ(range.memberCount, 2u);
     EXPECT_EQ(range.members[1].offset, 12u);
@@ -106,28 +116,23 @@ TEST_F(Client, InterleavedAttributesAreOneRangeWithMemberOffsets) {
 
 TEST_F(Client, SeparateArraysAndPerInstanceArraysAreCopiedByTheirOwnCounts) {
     float positions[16] = {}, offsets[16] = {};
-    gl_deferred_glEnableVertexAttribArray(0);
     gl_deferred_glEnableVertexAttribArray(2);
     gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, positions);
     gl_deferred_glVertexAttribPointer(2, 1, FLOAT, 0, 0, offsets);
     gl_deferred_glVertexAttribDivisor(2, 2);
-
-    auto* state = handler().copyClientArrays(2, 4, 5);
-    ASSERT_EQ(state->intervalCount, 2u);
-    std::map<std::uintptr_t, std::uintptr_t> sizes;
-    for (std::uint32_t i = 0; i < 2; ++i)
-        sizes[state->intervals[i].start] = state->intervals[i].end - state->intervals[i].start;
-    EXPECT_EQ(sizes[reinterpret_cast<std::uintptr_t>(positions + 4)], 4 * 8u);
-    EXPECT_EQ(sizes[reinterpret_cast<std::uintptr_t>(offsets)], 3 * 4u)
+    // The size of each copied range, by where it starts in the game's memory.
+    auto sizes = [](const ClientGLHandler::ClientDrawState* state) {
+        std::map<std::uintptr_t, std::uintptr_t> out;
+        for (std::uint32_t i = 0; i < state->intervalCount; ++i)
+            out[state->intervals[i].start] = state->intervals[i].end - state->intervals[i].start;
+        return out;
+    };
+    EXPECT_EQ(sizes(handler().copyClientArrays(2, 4, 5)),
+              (std::map<std::uintptr_t, std::uintptr_t>{{address(positions + 4), 4 * 8},
+                                                        {address(offsets), 3 * 4}}))
         << "5 instances at a divisor of 2 read 3 elements, from the start";
-
-    auto* single = handler().copyClientArrays(0, 1, 0);
-    for (std::uint32_t i = 0; i < single->intervalCount; ++i) {
-        if (single->intervals[i].start == reinterpret_cast<std::uintptr_t>(offsets)) {
-            EXPECT_EQ(single->intervals[i].end - single->intervals[i].start, 4u)
-                << "no instance count still reads one element";
-        }
-    }
+    EXPECT_EQ(sizes(handler().copyClientArrays(0, 1, 0))[address(offsets)], 4u)
+        << "no instance count still reads one element";
 }
 
 TEST_F(Client, BaseVertexStartsTheCopyThereAndTheDriverGetsZero) {
@@ -138,11 +143,10 @@ TEST_F(Client, BaseVertexStartsTheCopyThereAndTheDriverGetsZero) {
     std::vector<GLushort> driverIndices;
     fake::setHandler("glDrawElementsBaseVertex", [&](const fake::Call& c) {
         seen[0].assign(pointers[0], pointers[0] + 2);
-        auto* i = ptr<const GLushort>(c.args[3].bits);
+        auto* i = pointerArg<const GLushort>(c, 3);
         driverIndices.assign(i, i + c.args[1].bits);
         return 0;
     });
-    gl_deferred_glEnableVertexAttribArray(0);
     gl_deferred_glVertexAttribPointer(0, 1, FLOAT, 0, 0, game);
     gl_deferred_glDrawElementsBaseVertex(TRIANGLES, 3, UNSIGNED_SHORT, indices, 5);
     indices[1] = 9;
@@ -151,7 +155,7 @@ TEST_F(Client, BaseVertexStartsTheCopyThereAndTheDriverGetsZero) {
     auto draw = fake::callsOf("glDrawElementsBaseVertex");
     ASSERT_EQ(draw.size(), 1u);
     EXPECT_EQ(draw[0].args[4].bits, 0u);
-    EXPECT_NE(ptr<const GLushort>(draw[0].args[3].bits), indices);
+    EXPECT_NE(pointerArg<const GLushort>(draw[0], 3), indices);
     EXPECT_EQ(seen[0], (std::vector<float>{5, 6}));
     EXPECT_EQ(driverIndices, (std::vector<GLushort>{0, 2, 1}));
 }
@@ -177,33 +181,43 @@ TEST_F(Client, LargestIndexSkipsTheRestartIndexOnlyWhenRestartIsOn) {
 
 TEST_F(Client, ClientArraysWithAnElementBufferApplyTheGamePointersAndWait) {
     float game[8] = {};
-    gl_deferred_glEnableVertexAttribArray(0);
     gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game);
     gl_deferred_glBindBuffer(ARRAY_BUFFER, 6);
     gl_deferred_glBindBuffer(ELEMENT_ARRAY_BUFFER, 4);
     auto before = drains();
-    gl_deferred_glDrawElements(TRIANGLES, 3, UNSIGNED_SHORT, ptr(0x10));
+    gl_deferred_glDrawElements(TRIANGLES, 3, UNSIGNED_SHORT, reinterpret_cast<void*>(0x10));
     EXPECT_EQ(drains(), before + 1);
 
+    // Unbound around the pointer, so that it is taken as client memory; the
+    // array buffer is bound back.
     auto calls = fake::calls();
-    auto at = std::find_if(calls.begin(), calls.end(), [](const fake::Call& c) {
-        return std::string(c.name) == "glVertexAttribPointer";
-    });
-    ASSERT_TRUE(at != calls.end() && at - calls.begin() >= 1 && calls.end() - at >= 3);
-    // Unbound around the pointer, so that it is taken as client memory.
-    EXPECT_STREQ((at - 1)->name, "glBindBuffer");
-    EXPECT_EQ((at - 1)->args[1].bits, 0u);
-    EXPECT_STREQ((at + 1)->name, "glBindBuffer");
-    EXPECT_EQ((at + 1)->args[1].bits, 6u) << "the array buffer is bound back";
-    EXPECT_STREQ((at + 2)->name, "glDrawElements");
-    EXPECT_EQ(ptr<float>(at->args[5].bits), game);
-    EXPECT_EQ((at + 2)->args[3].bits, 0x10u);
+    std::vector<std::string> names;
+    for (auto& c : calls) names.push_back(c.name);
+    EXPECT_EQ(names,
+              (std::vector<std::string>{"glEnableVertexAttribArray", "glBindBuffer", "glBindBuffer",
+                                        "glBindBuffer", "glVertexAttribPointer", "glBindBuffer",
+                                        "glDrawElements"}));
+    ASSERT_EQ(calls.size(), 7u);
+    EXPECT_EQ(calls[3].args[1].bits, 0u);
+    EXPECT_EQ(pointerArg<float>(calls[4], 5), game);
+    EXPECT_EQ(calls[5].args[1].bits, 6u);
+    EXPECT_EQ(calls[6].args[3].bits, 0x10u);
 }
 
-TEST_F(Client, AVertexArrayBoundDrawNeverTakesTheClientPath) {
+// Client draws take a pointer into client memory: no buffer bound with it,
+// and no vertex array.
+TEST_F(Client, ABufferOrAVertexArrayKeepsADrawOffTheClientPath) {
     float game[8] = {};
-    gl_deferred_glEnableVertexAttribArray(0);
+    attribute(game);
+    EXPECT_TRUE(handler().isClientDraw());
+    attribute(nullptr, 5);
+    EXPECT_FALSE(handler().isClientDraw()) << "the buffer took the client bit away";
+    GLuint deleted = 5;
+    gl_deferred_glDeleteBuffers(1, &deleted);
+    deleted = 77;  // the copy, not the game's array, reaches the driver
     gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game);
+    EXPECT_TRUE(handler().isClientDraw()) << "deleting the bound buffer unbinds it";
+
     gl_deferred_glBindVertexArray(3);
     auto before = drains();
     gl_deferred_glDrawArrays(TRIANGLES, 8, 4);
@@ -211,49 +225,28 @@ TEST_F(Client, AVertexArrayBoundDrawNeverTakesTheClientPath) {
     gl_deferred_glDrawElements(TRIANGLES, 3, UNSIGNED_SHORT, nullptr);
     gl_deferred_glFinish();
     EXPECT_EQ(drains(), before + 1) << "the finish alone";
-    EXPECT_TRUE(fake::callsOf("glVertexAttribPointer").empty());
-    ASSERT_EQ(fake::callsOf("glDrawArrays").size(), 1u);
-    EXPECT_EQ(fake::callsOf("glDrawArrays")[0].args[1].bits, 8u);
+    EXPECT_EQ(fake::callsOf("glVertexAttribPointer").size(), 1u) << "only the buffer one";
+    EXPECT_EQ(fake::callsOf("glDrawArrays").at(0).args[1].bits, 8u);
+    auto del = fake::callsOf("glDeleteBuffers");
+    ASSERT_EQ(del.size(), 1u);
+    EXPECT_EQ(*pointerArg<const GLuint>(del[0], 1), 5u);
 
     // The element buffer went to the vertex array, not the default one.
     gl_deferred_glBindVertexArray(0);
-    GLint value = -1;
-    gl_deferred_glGetIntegerv(0x85B5, &value);
-    EXPECT_EQ(value, 0);
+    EXPECT_EQ(integer(0x85B5), 0);
     EXPECT_EQ(handler().binding(ELEMENT_ARRAY_BUFFER), 0u);
 }
 
-TEST_F(Client, ABoundArrayBufferOrItsDeletionDecidesWhetherAPointerIsClient) {
+// Counted draws hand over early every 20th, and a frame of 50 of them ends the
+// warm-up at its swap after a hundred frames; client draws do neither.
+TEST_F(Client, OnlyCountedDrawsSubmitEarlyAndEndTheWarmUp) {
     float game[8] = {};
-    gl_deferred_glEnableVertexAttribArray(0);
-    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game);
-    EXPECT_TRUE(handler().isClientDraw());
-    gl_deferred_glBindBuffer(ARRAY_BUFFER, 5);
-    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, nullptr);
-    EXPECT_FALSE(handler().isClientDraw()) << "the buffer took the client bit away";
-
-    GLuint deleted = 5;
-    gl_deferred_glDeleteBuffers(1, &deleted);
-    deleted = 77;  // the copy, not the game's array, reaches the driver
-    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game);
-    EXPECT_TRUE(handler().isClientDraw()) << "deleting the bound buffer unbinds it";
-    gl_deferred_glFinish();
-    auto del = fake::callsOf("glDeleteBuffers");
-    ASSERT_EQ(del.size(), 1u);
-    EXPECT_EQ(*ptr<const GLuint>(del[0].args[1].bits), 5u);
-    EXPECT_EQ(fake::callsOf("glVertexAttribPointer").size(), 1u) << "only the buffer one";
-}
-
-TEST_F(Client, PlainDrawsCountAndSubmitEarlyClientDrawsDoNot) {
-    float game[8] = {};
-    gl_deferred_glEnableVertexAttribArray(0);
-    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game);
+    attribute(game);
     auto before = handOvers();
     for (int i = 0; i < 40; ++i) gl_deferred_glDrawArrays(TRIANGLES, 0, 3);
     EXPECT_EQ(handOvers(), before) << "client draws leave the draw count at 0";
 
-    gl_deferred_glBindBuffer(ARRAY_BUFFER, 1);
-    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, nullptr);
+    attribute(nullptr, 1);
     gl_deferred_glBindBuffer(ELEMENT_ARRAY_BUFFER, 2);
     for (int i = 0; i < 19; ++i) gl_deferred_glDrawElements(TRIANGLES, 3, UNSIGNED_SHORT, nullptr);
     EXPECT_EQ(handOvers(), before);
@@ -263,29 +256,25 @@ TEST_F(Client, PlainDrawsCountAndSubmitEarlyClientDrawsDoNot) {
     EXPECT_EQ(handOvers(), before + 2);
     gl_deferred_glFinish();
     EXPECT_EQ(fake::callsOf("glFlush").size(), 2u);
-}
 
-TEST_F(Client, OnlyCountedDrawsEndTheWarmUp) {
-    float game[8] = {};
-    gl_deferred_glEnableVertexAttribArray(0);
-    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game);
-    auto frame = [this] {
-        for (int i = 0; i < 50; ++i) gl_deferred_glDrawArrays(TRIANGLES, 0, 3);
+    auto frame = [&](int client, int counted) {
+        attribute(game);
+        for (int i = 0; i < client; ++i) gl_deferred_glDrawArrays(TRIANGLES, 0, 3);
+        attribute(nullptr, 1);
+        for (int i = 0; i < counted; ++i) gl_deferred_glDrawArrays(TRIANGLES, 0, 3);
         core::egl::deferred::swapBuffers(display(), surface());
     };
-    for (int i = 0; i < 101; ++i) frame();
+    for (int i = 0; i < 101; ++i) frame(50, 49);
     EXPECT_EQ(executor().counters().deferredState, 0) << "client draws do not count";
-    gl_deferred_glBindBuffer(ARRAY_BUFFER, 1);
-    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, nullptr);
-    frame();
+    frame(0, 50);
     EXPECT_NE(executor().counters().deferredState, 0);
 }
 
 // --- Buffer maps ---------------------------------------------------------------
 
-TEST_F(Client, AWriteMapAndUnmapAreOneJobAndNoDrain) {
+TEST_F(Client, AWriteMapAndUnmapAreOneJobAndNoDrainOtherMapsTheDriversAlone) {
     unsigned char driverBuffer[64] = {};
-    fake::setReturn("glMapBufferRange", reinterpret_cast<std::uintptr_t>(driverBuffer));
+    fake::setReturn("glMapBufferRange", address(driverBuffer));
     gl_deferred_glBindBuffer(ARRAY_BUFFER, 5);
     auto before = drains();
     std::uint32_t jobs = recorded();
@@ -296,13 +285,14 @@ TEST_F(Client, AWriteMapAndUnmapAreOneJobAndNoDrain) {
     void* pointer = nullptr;
     gl_deferred_glGetBufferPointerv(ARRAY_BUFFER, 0x88BD, &pointer);
     EXPECT_EQ(pointer, block);
-    GLint mapped = 0, length = 0, offset = 0;
-    gl_deferred_glGetBufferParameteriv(ARRAY_BUFFER, 0x88BC, &mapped);
-    gl_deferred_glGetBufferParameteriv(ARRAY_BUFFER, 0x9120, &length);
-    gl_deferred_glGetBufferParameteriv(ARRAY_BUFFER, 0x9121, &offset);
-    EXPECT_EQ(mapped, 1);
-    EXPECT_EQ(length, 64);
-    EXPECT_EQ(offset, 16);
+    auto parameter = [](GLenum pname) {
+        GLint value = -1;
+        gl_deferred_glGetBufferParameteriv(ARRAY_BUFFER, pname, &value);
+        return value;
+    };
+    EXPECT_EQ(parameter(0x88BC), 1) << "mapped";
+    EXPECT_EQ(parameter(0x9120), 64) << "length";
+    EXPECT_EQ(parameter(0x9121), 16) << "offset";
     gl_deferred_glFlushMappedBufferRange(ARRAY_BUFFER, 0, 8);
     for (int i = 0; i < 64; ++i) block[i] = static_cast<unsigned char>(i + 1);
     EXPECT_EQ(gl_deferred_glUnmapBuffer(ARRAY_BUFFER), 1);
@@ -325,28 +315,25 @@ TEST_F(Client, AWriteMapAndUnmapAreOneJobAndNoDrain) {
     gl_deferred_glGetBufferPointerv(ARRAY_BUFFER, 0x88BD, &pointer);
     EXPECT_EQ(drains(), before + 1);
     EXPECT_EQ(fake::callsOf("glGetBufferPointerv").size(), 1u);
-}
 
-TEST_F(Client, ReadPersistentAndUnboundMapsGoToTheDriver) {
-    unsigned char driverBuffer[16] = {};
-    fake::setReturn("glMapBufferRange", reinterpret_cast<std::uintptr_t>(driverBuffer));
+    // Read, persistent and unbound maps are the driver's, each with a drain.
     fake::setReturn("glUnmapBuffer", 1);
-    auto before = drains();
-    EXPECT_EQ(gl_deferred_glMapBufferRange(ARRAY_BUFFER, 0, 16, MAP_WRITE), driverBuffer);
-    gl_deferred_glBindBuffer(ARRAY_BUFFER, 5);
+    before = drains();
     EXPECT_EQ(gl_deferred_glMapBufferRange(ARRAY_BUFFER, 0, 16, MAP_READ | MAP_WRITE),
               driverBuffer);
     EXPECT_EQ(gl_deferred_glUnmapBuffer(ARRAY_BUFFER), 1);
     EXPECT_EQ(gl_deferred_glMapBufferRange(ARRAY_BUFFER, 0, 16, MAP_WRITE | 0x40), driverBuffer);
+    gl_deferred_glBindBuffer(ARRAY_BUFFER, 0);
+    EXPECT_EQ(gl_deferred_glMapBufferRange(ARRAY_BUFFER, 0, 16, MAP_WRITE), driverBuffer);
     EXPECT_EQ(drains(), before + 4);
-    EXPECT_EQ(fake::callsOf("glUnmapBuffer").size(), 1u);
+    EXPECT_EQ(fake::callsOf("glUnmapBuffer").size(), 2u);
 }
 
 // --- Answers from the shadow -----------------------------------------------------
 
-TEST_F(Client, GetIntegervAnswersTheShadowWithoutADrain) {
+TEST_F(Client, GetsAnswerFromTheShadowWithoutADrain) {
     fake::setHandler("glGetIntegerv", [](const fake::Call& c) {
-        *ptr<GLint>(c.args[1].bits) = c.args[0].bits == 0x8824 ? 8 : 42;
+        *pointerArg<GLint>(c, 1) = c.args[0].bits == 0x8824 ? 8 : 42;
         return 0;
     });
     gl_deferred_glActiveTexture(0x84C3);
@@ -359,59 +346,50 @@ TEST_F(Client, GetIntegervAnswersTheShadowWithoutADrain) {
     gl_deferred_glPixelStorei(0x0CF2, 64);  // unpack row length
     gl_deferred_glPixelStorei(0x0D05, 2);   // pack alignment: not answered
     auto before = drains();
-    auto get = [](GLenum pname) {
-        GLint value = -1;
-        gl_deferred_glGetIntegerv(pname, &value);
-        return value;
-    };
-    EXPECT_EQ(get(0x84E0), 0x84C3);
-    EXPECT_EQ(get(0x8069), 7);
-    EXPECT_EQ(get(0x0C02), 0x8CE0);
-    EXPECT_EQ(get(0x85B5), 11);
-    EXPECT_EQ(get(COPY_READ_BUFFER), 4);
-    EXPECT_EQ(get(0x0CF5), 1);
-    EXPECT_EQ(get(0x0CF2), 64);
-    EXPECT_EQ(get(0x806E), 0) << "unpack image height as GL starts it";
+    // Unpack image height (0x806E) is never set: GL starts it at 0.
+    const std::pair<GLenum, GLint> shadowed[] = {
+        {0x84E0, 0x84C3},      {0x8069, 7}, {0x0C02, 0x8CE0}, {0x85B5, 11},
+        {COPY_READ_BUFFER, 4}, {0x0CF5, 1}, {0x0CF2, 64},     {0x806E, 0}};
+    for (auto [pname, value] : shadowed) EXPECT_EQ(integer(pname), value) << std::hex << pname;
     EXPECT_TRUE(gl_deferred_glIsVertexArray(11));
     EXPECT_FALSE(gl_deferred_glIsVertexArray(12));
     gl_deferred_glGetIntegerv(0x0D33, nullptr);
     EXPECT_EQ(drains(), before);
 
     gl_deferred_glActiveTexture(0x84C0);
-    EXPECT_EQ(get(0x8069), 0) << "per texture unit";
+    EXPECT_EQ(integer(0x8069), 0) << "per texture unit";
     gl_deferred_glActiveTexture(0x84C3);
-    GLuint texture = 7;
+    GLuint texture = 7, array = 11;
     gl_deferred_glDeleteTextures(1, &texture);
-    EXPECT_EQ(get(0x8069), 0);
-    GLuint array = 11;
+    EXPECT_EQ(integer(0x8069), 0);
     gl_deferred_glDeleteVertexArrays(1, &array);
-    EXPECT_EQ(get(0x85B5), 0);
+    EXPECT_EQ(integer(0x85B5), 0);
     EXPECT_FALSE(gl_deferred_glIsVertexArray(11));
     EXPECT_EQ(drains(), before);
 
     // Limits are read once, anything else every time.
-    EXPECT_EQ(get(0x8824), 8);
-    EXPECT_EQ(get(0x8824), 8);
+    EXPECT_EQ(integer(0x8824), 8);
+    EXPECT_EQ(integer(0x8824), 8);
     EXPECT_EQ(drains(), before + 1);
-    EXPECT_EQ(get(0x0D33), 42);
-    EXPECT_EQ(get(0x0D33), 42);
-    EXPECT_EQ(get(0x0D05), 42);
+    EXPECT_EQ(integer(0x0D33), 42);
+    EXPECT_EQ(integer(0x0D33), 42);
+    EXPECT_EQ(integer(0x0D05), 42);
     EXPECT_EQ(drains(), before + 4);
-}
 
-TEST_F(Client, VertexAttribQueriesComeFromTheShadowOfTheDefaultArray) {
+    // Vertex attributes of the default array, as set.
     float game[4] = {};
     gl_deferred_glEnableVertexAttribArray(2);
     gl_deferred_glVertexAttribIPointer(2, 3, 0x1404, 20, game);
     gl_deferred_glVertexAttribDivisor(2, 4);
-    auto before = drains();
-    GLint value = -1;
-    gl_deferred_glGetVertexAttribiv(2, 0x8623, &value);
-    EXPECT_EQ(value, 3);
-    gl_deferred_glGetVertexAttribiv(2, 0x88FD, &value);
-    EXPECT_EQ(value, 1);
-    gl_deferred_glGetVertexAttribiv(2, 0x889F, &value);
-    EXPECT_EQ(value, 0) << "a client attribute reads no buffer";
+    before = drains();
+    auto attrib = [](GLuint index, GLenum pname) {
+        GLint value = -1;
+        gl_deferred_glGetVertexAttribiv(index, pname, &value);
+        return value;
+    };
+    EXPECT_EQ(attrib(2, 0x8623), 3) << "size";
+    EXPECT_EQ(attrib(2, 0x88FD), 1) << "integer";
+    EXPECT_EQ(attrib(2, 0x889F), 0) << "a client attribute reads no buffer";
     GLfloat real = -1;
     gl_deferred_glGetVertexAttribfv(2, 0x88FE, &real);
     EXPECT_EQ(real, 4.f);
@@ -420,23 +398,20 @@ TEST_F(Client, VertexAttribQueriesComeFromTheShadowOfTheDefaultArray) {
     EXPECT_EQ(pointer, game);
     EXPECT_EQ(drains(), before);
 
-    gl_deferred_glGetVertexAttribiv(7, 0x8623, &value);  // never touched
+    attrib(7, 0x8623);  // never touched
     gl_deferred_glBindVertexArray(1);
-    gl_deferred_glGetVertexAttribiv(2, 0x8623, &value);
+    attrib(2, 0x8623);
     EXPECT_EQ(drains(), before + 2);
 }
 
 TEST_F(Client, DrawBuffersLearnsTheLimitOnceAndThenCopies) {
     fake::setHandler("glGetIntegerv", [](const fake::Call& c) {
-        *ptr<GLint>(c.args[1].bits) = 2;
+        *pointerArg<GLint>(c, 1) = 2;
         return 0;
     });
     std::vector<GLenum> seenBuffers;
-    fake::setHandler("glDrawBuffers", [&](const fake::Call& c) {
-        auto* b = ptr<const GLenum>(c.args[1].bits);
-        seenBuffers.assign(b, b + c.args[0].bits);
-        return 0;
-    });
+    test::keepArray("glDrawBuffers", 1, seenBuffers,
+                    [](const fake::Call& c) { return c.args[0].bits; });
     GLenum buffers[3] = {0x8CE0, 0x8CE1, 0x8CE2};
     auto before = drains();
     gl_deferred_glDrawBuffers(2, buffers);

@@ -1,5 +1,5 @@
 // The deferral protocol as the driver sees it: which thread makes which call,
-// and in what order.
+// and in what order; contexts, name pools and fences.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -12,63 +12,53 @@
 
 using namespace velour;
 using velour::test::Deferred;
+using velour::test::pointerArg;
 using velour::test::threadId;
 
 namespace {
 
-size_t count(const std::vector<std::pair<std::string, long>>& calls, const char* name) {
-    size_t n = 0;
-    for (auto& c : calls) n += c.first == name;
-    return n;
-}
-
 TEST_F(Deferred, RecordedCallsReplayInOrderOnTheWorker) {
     bind(core::MODE_DEFERRED);
-    fake::reset();
-    fake::setReturn("eglSwapBuffers", EGL_TRUE);
-    long game = threadId();
-
+    fake::clearCalls();
     gl_deferred_glClearColor(0.f, 0.5f, 1.f, 1.f);
     gl_deferred_glClear(0x4000);
     gl_deferred_glBlendFunc(1, 0);
     EXPECT_TRUE(fake::calls().empty()) << "recording calls nothing";
 
-    fake::setReturn("glGetError", 0x502);
+    fake::setHandler("glGetError", [](const fake::Call&) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        return 0x502;
+    });
+    auto before = executor().counters();
     EXPECT_EQ(gl_deferred_glGetError(), 0x502u) << "a drain, then the worker's answer";
-    auto calls = driverCalls();
-    ASSERT_EQ(calls.size(), 4u);
-    EXPECT_EQ(calls[0].first, "glClearColor");
-    EXPECT_EQ(calls[1].first, "glClear");
-    EXPECT_EQ(calls[2].first, "glBlendFunc");
-    EXPECT_EQ(calls[3].first, "glGetError");
-    for (auto& c : calls) EXPECT_NE(c.second, game) << c.first;
-
-    // Immediate calls run on the game's thread, with no drain.
-    size_t drains = executor().counters().drains;
+    EXPECT_EQ(drains(), before.drains + 1);
+    EXPECT_GE(executor().counters().drainNanoseconds - before.drainNanoseconds, 5000000u);
+    // Immediate calls run on the game's thread, with no drain; so does link
+    // status, the one answer of glGetProgramiv that needs no drain.
     gl_deferred_glGetUniformLocation(1, "u");
-    EXPECT_EQ(fake::calls().back().thread, game);
-    EXPECT_EQ(executor().counters().drains, drains);
-    // So does link status, the one answer of glGetProgramiv that needs no drain.
     GLint status = 0;
     gl_deferred_glGetProgramiv(1, 35714, &status);
-    EXPECT_EQ(fake::calls().back().thread, game);
-    EXPECT_EQ(executor().counters().drains, drains);
+    EXPECT_EQ(drains(), before.drains + 1);
+    EXPECT_EQ(trace(),
+              (std::vector<std::string>{"worker glClearColor", "worker glClear",
+                                        "worker glBlendFunc", "worker glGetError",
+                                        "game glGetUniformLocation", "game glGetProgramiv"}));
 }
 
 TEST_F(Deferred, RecordedPointerDataIsACopy) {
     bind(core::MODE_DEFERRED);
     std::vector<float> seen;
-    fake::setHandler("glUniform4fv", [&](const fake::Call& c) {
-        auto* v = reinterpret_cast<const float*>(static_cast<std::uintptr_t>(c.args[2].bits));
-        // count vec4s; a count of 0 leaves nothing to read.
-        if (c.args[1].bits > 0) seen.assign(v, v + 4 * c.args[1].bits);
-        return 0;
-    });
+    test::keepArray("glUniform4fv", 2, seen,
+                    [](const fake::Call& c) { return 4 * c.args[1].bits; });
     float values[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+    auto copied = executor().counters().copiedBytes;
     gl_deferred_glUniform4fv(3, 2, values);
     std::memset(values, 0, sizeof(values));  // the game reuses its memory at once
     gl_deferred_glFinish();
     EXPECT_EQ(seen, (std::vector<float>{1, 2, 3, 4, 5, 6, 7, 8}));
+    EXPECT_EQ(executor().counters().copiedBytes, copied) << "counted as each frame ends";
+    core::egl::deferred::swapBuffers(display(), surface());
+    EXPECT_EQ(executor().counters().copiedBytes - copied, 32u);
 
     // Count 0 with a pointer: the driver still gets a pointer; null stays null.
     gl_deferred_glUniform4fv(3, 0, values);
@@ -81,24 +71,6 @@ TEST_F(Deferred, RecordedPointerDataIsACopy) {
     EXPECT_EQ(fake::callsOf("glDeleteTextures").back().args[1].bits, 0u);
     EXPECT_EQ(fake::callsOf("glBindAttribLocation").back().args[2].bits, 0u)
         << "an empty name reaches the driver as null";
-}
-
-TEST_F(Deferred, CountersTellCopiedBytesAndTimeInDrains) {
-    bind(core::MODE_DEFERRED);
-    fake::setHandler("glGetError", [](const fake::Call&) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        return 0;
-    });
-    auto before = executor().counters();
-    const float values[8] = {};
-    gl_deferred_glUniform4fv(0, 2, values);
-    gl_deferred_glUniform4fv(0, 1, values);
-    core::egl::deferred::swapBuffers(display(), surface());
-    gl_deferred_glGetError();
-    auto after = executor().counters();
-    EXPECT_EQ(after.copiedBytes - before.copiedBytes, 48u) << "counted as each frame ends";
-    EXPECT_EQ(after.drains - before.drains, 1u);
-    EXPECT_GE(after.drainNanoseconds - before.drainNanoseconds, 5000000u);
 }
 
 TEST_F(Deferred, SwapEndsTheFrameOnTheWorkerAndLeavesWarmUpAfterHundredFrames) {
@@ -116,8 +88,7 @@ TEST_F(Deferred, SwapEndsTheFrameOnTheWorkerAndLeavesWarmUpAfterHundredFrames) {
         EXPECT_EQ(core::egl::deferred::swapBuffers(display(), surface()), EGL_TRUE);
     }
     gl_deferred_glFinish();
-    auto calls = driverCalls();
-    EXPECT_EQ(count(calls, "eglSwapBuffers"), 101u);
+    EXPECT_EQ(fake::callsOf("eglSwapBuffers").size(), 101u);
     EXPECT_EQ(ex.queue.bufferCount(), 3u);
     EXPECT_EQ(ex.counters().deferredState, 2) << "the worker published its thread";
     char value[PROP_VALUE_MAX] = {};
@@ -128,66 +99,43 @@ TEST_F(Deferred, SwapEndsTheFrameOnTheWorkerAndLeavesWarmUpAfterHundredFrames) {
     EXPECT_GE(ex.counters().handOvers, 101u * 4);
 }
 
-TEST_F(Deferred, FewDrawsKeepWarmUp) {
-    bind(core::MODE_DEFERRED);
-    utils::Configuration::global().sets("orlo.de.job_queue_count", "4");
-    for (int frame = 0; frame < 120; ++frame) {
-        for (int draw = 0; draw < 49; ++draw) executor().countDraw();
-        core::egl::deferred::swapBuffers(display(), surface());
-    }
-    EXPECT_EQ(executor().queue.bufferCount(), 1u);
-    EXPECT_EQ(executor().counters().deferredState, 0);
-}
-
 TEST_F(Deferred, FallbackSwitchesToImmediateModeAtTheSwap) {
     bind(core::MODE_DEFERRED);
     core::context.gameConfig.fallback = 1;
-    long game = threadId();
     gl_deferred_glBlendFunc(1, 0);  // raises the flag on its way
     EXPECT_TRUE(core::DeferredExecutor::_fallbackImmediateMode);
-    fake::reset();
+    fake::clearCalls();
     fake::setReturn("eglSwapBuffers", 7);
-    fake::setReturn("eglMakeCurrent", EGL_TRUE);
     EXPECT_EQ(core::egl::deferred::swapBuffers(display(), surface()), 7u)
         << "after the switch the driver's own answer comes back";
     EXPECT_EQ(core::context.gameConfig.runtimeMode, core::MODE_IMMEDIATE);
+    gl_deferred_glClear(0x4000);  // wrappers are plain forwarders now
 
-    auto calls = fake::calls();
-    ASSERT_GE(calls.size(), 4u);
-    EXPECT_STREQ(calls[0].name, "glBlendFunc");
-    EXPECT_NE(calls[0].thread, game);
-    EXPECT_STREQ(calls[1].name, "eglMakeCurrent") << "the worker lets go of the context";
-    EXPECT_NE(calls[1].thread, game);
-    EXPECT_EQ(calls[1].args[3].bits, 0u);
-    EXPECT_STREQ(calls[2].name, "eglMakeCurrent") << "and the game's thread takes it";
-    EXPECT_EQ(calls[2].thread, game);
-    EXPECT_EQ(calls[2].args[3].bits, reinterpret_cast<std::uintptr_t>(context));
-    EXPECT_STREQ(calls[3].name, "eglSwapBuffers");
-    EXPECT_EQ(calls[3].thread, game);
-
-    gl_deferred_glClear(0x4000);
-    EXPECT_EQ(fake::calls().back().thread, game) << "wrappers are plain forwarders now";
+    // The worker lets go of the context and the game's thread takes it.
+    EXPECT_EQ(trace(), (std::vector<std::string>{"worker glBlendFunc", "worker eglMakeCurrent",
+                                                 "game eglMakeCurrent", "game eglSwapBuffers",
+                                                 "game glClear"}));
+    auto binds = fake::callsOf("eglMakeCurrent");
+    EXPECT_EQ(binds[0].args[3].bits, 0u);
+    EXPECT_EQ(binds[1].args[3].bits, reinterpret_cast<std::uintptr_t>(context));
     char tag[PROP_VALUE_MAX] = {};
     __system_property_get("vendor.nimbo.orlo.release.tag", tag);
     EXPECT_STREQ(tag, "1");
 }
 
-TEST_F(Deferred, InlineModeReplaysOnTheGameThread) {
-    bind(core::MODE_DEFERRED_INLINE);
-    long game = threadId();
-    gl_deferred_glClear(0x4000);
-    EXPECT_TRUE(fake::callsOf("glClear").empty()) << "recorded, not yet handed over";
-    core::egl::deferred::swapBuffers(display(), surface());
-    ASSERT_EQ(fake::callsOf("glClear").size(), 1u);
-    EXPECT_EQ(fake::callsOf("glClear")[0].thread, game);
-    EXPECT_EQ(fake::callsOf("eglSwapBuffers").back().thread, game);
-}
-
-TEST_F(Deferred, ImmediateModeCallsThroughOnTheGameThread) {
-    bind(core::MODE_IMMEDIATE);
-    gl_deferred_glClear(0x4000);
-    ASSERT_EQ(fake::callsOf("glClear").size(), 1u);
-    EXPECT_EQ(fake::callsOf("glClear")[0].thread, threadId());
+// Inline mode records and replays at the swap, immediate mode calls through:
+// both on the game's thread.
+TEST_F(Deferred, InlineAndImmediateModesCallOnTheGameThread) {
+    for (unsigned mode : {core::MODE_DEFERRED_INLINE, core::MODE_IMMEDIATE}) {
+        SCOPED_TRACE(mode);
+        bind(mode);
+        fake::clearCalls();
+        gl_deferred_glClear(0x4000);
+        EXPECT_EQ(fake::calls().size(), mode == core::MODE_IMMEDIATE ? 1u : 0u);
+        core::egl::deferred::swapBuffers(display(), surface());
+        EXPECT_EQ(trace(), (std::vector<std::string>{"game glClear", "game eglSwapBuffers"}));
+        unbindAndDestroy();
+    }
 }
 
 TEST_F(Deferred, DestroyReplaysEverythingFirst) {
@@ -235,10 +183,11 @@ TEST_F(Deferred, ExitFinishesTheRecordedCallsBeforeTheDriversTeardown) {
     }
 }
 
-TEST_F(Deferred, TwoContextsAndTheGamesView) {
-    bind(core::MODE_DEFERRED);
-    // The game's thread holds the second context with no surface; the game
-    // still sees its own handle and surfaces.
+// A game context is two real ones: the worker holds the first with the game's
+// surfaces, the game's thread the second with none; the game still sees its
+// own handle and surfaces.
+TEST_F(Deferred, TwoRealContextsAndTheGamesView) {
+    EGLContext first = bind(core::MODE_DEFERRED);
     auto binds = fake::callsOf("eglMakeCurrent");
     ASSERT_EQ(binds.size(), 2u);
     EXPECT_EQ(binds[0].thread, threadId());
@@ -249,6 +198,20 @@ TEST_F(Deferred, TwoContextsAndTheGamesView) {
     EXPECT_EQ(binds[1].args[1].bits, reinterpret_cast<std::uintptr_t>(surface()));
     EXPECT_EQ(core::egl::deferred::getCurrentContext(), context);
     EXPECT_EQ(core::egl::deferred::getCurrentSurface(EGL_DRAW), surface());
+
+    // Another context taking the surface: the worker lets go of it first.
+    EGLContext second =
+        core::egl::deferred::createContext(display(), nullptr, EGL_NO_CONTEXT, nullptr);
+    fake::clearCalls();
+    core::egl::deferred::makeCurrent(display(), surface(), surface(), second);
+    binds = fake::callsOf("eglMakeCurrent");
+    ASSERT_GE(binds.size(), 2u);
+    EXPECT_EQ(binds[0].args[3].bits, reinterpret_cast<std::uintptr_t>(first));
+    EXPECT_EQ(binds[0].args[1].bits, 0u) << "the old context, surfaceless";
+    EXPECT_NE(binds[0].thread, threadId()) << "on its worker";
+    EXPECT_EQ(binds.back().args[3].bits, reinterpret_cast<std::uintptr_t>(second));
+    core::egl::deferred::makeCurrent(display(), EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+    core::egl::deferred::destroyContext(display(), second);
 }
 
 TEST_F(Deferred, SecondContextFailureDestroysTheFirst) {
@@ -261,22 +224,6 @@ TEST_F(Deferred, SecondContextFailureDestroysTheFirst) {
     auto destroyed = fake::callsOf("eglDestroyContext");
     ASSERT_EQ(destroyed.size(), 1u);
     EXPECT_EQ(destroyed[0].args[1].bits, 0x100u);
-}
-
-TEST_F(Deferred, SharedSurfaceIsReleasedByTheWorkerBeforeAnotherContextTakesIt) {
-    EGLContext first = bind(core::MODE_DEFERRED);
-    EGLContext second =
-        core::egl::deferred::createContext(display(), nullptr, EGL_NO_CONTEXT, nullptr);
-    fake::reset();
-    fake::setReturn("eglMakeCurrent", EGL_TRUE);
-    core::egl::deferred::makeCurrent(display(), surface(), surface(), second);
-    auto binds = fake::callsOf("eglMakeCurrent");
-    ASSERT_GE(binds.size(), 2u);
-    EXPECT_EQ(binds[0].args[3].bits, reinterpret_cast<std::uintptr_t>(first));
-    EXPECT_EQ(binds[0].args[1].bits, 0u) << "first the old context, surfaceless, on its worker";
-    EXPECT_EQ(binds.back().args[3].bits, reinterpret_cast<std::uintptr_t>(second));
-    core::egl::deferred::makeCurrent(display(), EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
-    core::egl::deferred::destroyContext(display(), second);
 }
 
 TEST_F(Deferred, DestroyFromAnotherThreadDestroysAtOnce) {
@@ -299,6 +246,126 @@ TEST_F(Deferred, ThreadWithoutContextForwards) {
         gl_deferred_glClear(0x100);
         EXPECT_EQ(fake::callsOf("glClear").size(), 1u);
     }).join();
+}
+
+// --- Name pools and fences: answered on the game's thread, made real in stream
+// order on the worker. ----------------------------------------------------------
+
+// A driver that hands out names counting up from 1.
+void countingNames() {
+    static unsigned next;
+    next = 1;
+    for (const char* gen : {"glGenTextures", "glGenBuffers"})
+        fake::setHandler(gen, [](const fake::Call& c) {
+            for (std::uint64_t i = 0; i < c.args[0].bits; ++i)
+                pointerArg<unsigned>(c, 1)[i] = next++;
+            return 0;
+        });
+}
+
+TEST_F(Deferred, NamePoolServesFromAheadAndRefillsInTheBackground) {
+    bind(core::MODE_DEFERRED);
+    countingNames();
+    auto& names = executor().handler<GLNamesHandler>();
+
+    GLuint none = 7;
+    gl_deferred_glGenTextures(0, &none);
+    gl_deferred_glGenTextures(3, nullptr);
+    EXPECT_EQ(none, 7u);
+    EXPECT_TRUE(fake::callsOf("glGenTextures").empty()) << "no job for nothing";
+
+    auto before = drains();
+    GLuint t = 0;
+    gl_deferred_glGenTextures(1, &t);
+    EXPECT_EQ(drains(), before + 1) << "the first one drains";
+    EXPECT_EQ(t, 32u) << "names come from the back of the pool";
+    EXPECT_EQ(names.pooled(names.textures), 31u);
+
+    gl_deferred_glGenTextures(1, &t);
+    EXPECT_EQ(drains(), before + 1) << "later ones do not";
+    EXPECT_EQ(t, 31u);
+    gl_deferred_glFinish();
+    EXPECT_EQ(names.pooled(names.textures), 30u + 32u) << "a background refill of 32 ran";
+    auto gens = fake::callsOf("glGenTextures");
+    ASSERT_EQ(gens.size(), 2u);
+    EXPECT_NE(gens[1].thread, threadId());
+
+    // More than pooled: one refill of exactly that many, and the old ones stay.
+    std::vector<GLuint> many(100);
+    gl_deferred_glGenBuffers(100, many.data());
+    EXPECT_EQ(fake::callsOf("glGenBuffers").back().args[0].bits, 100u);
+    EXPECT_EQ(names.pooled(names.buffers), 0u);
+
+    // Unused names go back to the driver with the context.
+    unbindAndDestroy();
+    auto deleted = fake::callsOf("glDeleteTextures");
+    ASSERT_EQ(deleted.size(), 1u);
+    EXPECT_EQ(deleted[0].args[0].bits, 62u);
+    EXPECT_TRUE(fake::callsOf("glDeleteBuffers").empty()) << "an empty pool gives back nothing";
+}
+
+TEST_F(Deferred, FencesAreMadeInStreamOrderAndHandlesCountFromOne) {
+    bind(core::MODE_DEFERRED);
+    std::uint32_t base = core::FenceSyncManager::_proxy;
+    std::uint64_t made = 0xf00;
+    fake::setHandler("glFenceSync", [&](const fake::Call&) { return made++; });
+    fake::setReturn("glClientWaitSync", 0x911A);  // GL_ALREADY_SIGNALED
+    fake::clearCalls();
+
+    // Deleted before its job is sent: never made, nor deleted; its handle is
+    // the first.
+    gl_deferred_glDeleteSync(gl_deferred_glFenceSync(0x9117, 0));
+    gl_deferred_glClear(1);
+    GLsync fence = gl_deferred_glFenceSync(0x9117, 0);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(fence), base + 2u);
+    EXPECT_TRUE(fake::callsOf("glFenceSync").empty()) << "no drain for a fence";
+
+    // A wait on a fence whose job is unsent hands it over, then waits, on the
+    // game's thread with the real object.
+    EXPECT_EQ(gl_deferred_glClientWaitSync(fence, 0, 0), 0x911Au);
+    EXPECT_EQ(trace(), (std::vector<std::string>{"worker glClear", "worker glFenceSync",
+                                                 "game glClientWaitSync"}));
+    EXPECT_EQ(fake::callsOf("glClientWaitSync")[0].args[0].bits, 0xf00u);
+
+    // The server wait is recorded, and gets the real object too.
+    GLsync other = gl_deferred_glFenceSync(0x9117, 0);
+    gl_deferred_glWaitSync(other, 0, ~0ull);
+    gl_deferred_glFinish();
+    EXPECT_EQ(fake::callsOf("glWaitSync").at(0).args[0].bits, 0xf01u);
+
+    EXPECT_EQ(gl_deferred_glClientWaitSync(reinterpret_cast<GLsync>(0x7777), 0, 0), 1281u);
+    EXPECT_EQ(gl_deferred_glIsSync(nullptr), 0);
+    gl_deferred_glDeleteSync(nullptr);
+    gl_deferred_glDeleteSync(fence);
+    EXPECT_EQ(fake::callsOf("glDeleteSync").size(), 1u);
+    EXPECT_EQ(fake::callsOf("glFenceSync").size(), 2u);
+}
+
+TEST_F(Deferred, EglFencesStandInForTheGamesHandle) {
+    bind(core::MODE_DEFERRED);
+    std::uint64_t made = 0x5000;
+    fake::setHandler("eglCreateSyncKHR", [&](const fake::Call&) { return made++; });
+    fake::setReturn("eglDestroySyncKHR", EGL_TRUE);
+    fake::setReturn("eglClientWaitSyncKHR", EGL_CONDITION_SATISFIED_KHR);
+
+    EGLSyncKHR sync = gl_deferred_eglCreateSyncKHR(display(), EGL_SYNC_FENCE_KHR, nullptr);
+    EXPECT_EQ(sync, reinterpret_cast<EGLSyncKHR>(0x5000)) << "the game's handle is real";
+    EXPECT_EQ(gl_deferred_eglClientWaitSyncKHR(display(), sync, 0, 0), EGL_CONDITION_SATISFIED_KHR);
+    auto created = fake::callsOf("eglCreateSyncKHR");
+    ASSERT_EQ(created.size(), 2u);
+    EXPECT_EQ(created[0].thread, threadId());
+    EXPECT_NE(created[1].thread, threadId());
+    EXPECT_EQ(*pointerArg<const EGLint>(created[1], 2), EGL_NONE)
+        << "a null list is passed as EGL_NONE alone";
+    EXPECT_EQ(fake::callsOf("eglClientWaitSyncKHR").back().args[1].bits, 0x5001u);
+
+    EXPECT_EQ(gl_deferred_eglDestroySyncKHR(display(), sync), EGL_TRUE);
+    EXPECT_EQ(fake::callsOf("eglDestroySyncKHR").size(), 2u) << "both objects go";
+
+    // Another type is simply immediate: one object, no job.
+    gl_deferred_eglCreateSyncKHR(display(), EGL_SYNC_NATIVE_FENCE_ANDROID, nullptr);
+    gl_deferred_glFinish();
+    EXPECT_EQ(fake::callsOf("eglCreateSyncKHR").size(), 3u);
 }
 
 }  // namespace

@@ -18,22 +18,6 @@ void note(void* args) {
     g_ran.push_back(*static_cast<int*>(args));
 }
 
-TEST(JobQueue, InlineDrainRunsOnTheSubmitterAndDrainsNeverBlock) {
-    g_ran.clear();
-    JobQueue queue;
-    queue.resize(1, 128);
-    queue.setInlineDrain(true);
-    queue.record(&note, 1);
-    queue.record(&note, 2);
-    EXPECT_TRUE(g_ran.empty()) << "recording runs nothing";
-    queue.submit(false, nullptr, nullptr);
-    EXPECT_EQ(g_ran, (std::vector<int>{1, 2}));
-    queue.submit(false, nullptr, nullptr);  // an empty workload runs nothing
-    queue.record(&note, 3);
-    queue.flushAndWait();
-    EXPECT_EQ(g_ran, (std::vector<int>{1, 2, 3}));
-}
-
 TEST(JobQueue, FullBufferWaitsForTheConsumerAndComesBackEmpty) {
     g_ran.clear();
     JobQueue queue;
@@ -65,45 +49,21 @@ TEST(JobQueue, StopDropsQueuedWork) {
     EXPECT_TRUE(g_ran.empty());
 }
 
-TEST(JobQueue, ResizeKeepsTheFirstBufferCurrent) {
-    JobQueue queue;
-    queue.resize(1, 128);
-    const JobQueue::JobBuffer* first = queue.currentBuffer();
-    queue.resize(3, 16384);
-    EXPECT_EQ(queue.currentBuffer(), first);
-    EXPECT_EQ(first->name, "buffer[0]");
-    EXPECT_EQ(first->capacity, 16384u);
-    EXPECT_EQ(queue.bufferCount(), 3u);
-    queue.resize(1, 0);
-    EXPECT_EQ(queue.bufferCount(), 1u);
-    EXPECT_EQ(queue.currentBuffer()->capacity, 16384u) << "capacity 0 keeps the arrays";
-}
-
 TEST(FrameDataPool, GrowsToItsLimitAndOverflowsLargeRequests) {
     FrameDataPool pool(6, 0x10000, 0x400000);
-    EXPECT_EQ(pool.pool(0).memory.size(), 0x10000u);
-    void* big = pool.allocate(0x500000);
-    void* small = pool.allocate(64);
-    EXPECT_EQ(pool.pool(0).overflow.size(), 1u);
+    EXPECT_NE(pool.allocate(0x500000), nullptr);
+    EXPECT_EQ(pool.allocate(64), pool.pool(0).memory.data()) << "small requests still fit";
     EXPECT_EQ(pool.writeOverflowBytes(), 0x500000u);
-    EXPECT_EQ(small, pool.pool(0).memory.data()) << "small requests still fit in the pool";
-    EXPECT_NE(big, nullptr);
-    // Each pool doubles at each of its recyclings, overflowed or not: six
-    // recyclings of every pool of the ring.
-    for (int i = 0; i < 6 * 6; ++i) {
-        pool.nextWriteFrame();
-        pool.releaseReadFrame();
-        if (i == 0) {
-            EXPECT_TRUE(pool.pool(0).overflow.empty());
-        }
-    }
-    EXPECT_EQ(pool.pool(0).memory.size(), 0x400000u);
-    EXPECT_EQ(pool.pool(5).memory.size(), 0x400000u);
-    for (int i = 0; i < 6; ++i) {
+    pool.nextWriteFrame();
+    pool.releaseReadFrame();
+    EXPECT_TRUE(pool.pool(0).overflow.empty()) << "the overflow goes with its frame";
+    // Every recycling grows a pool, up to the limit: ten of each pool of the
+    // ring are more than it takes.
+    for (int i = 0; i < 6 * 10; ++i) {
         pool.nextWriteFrame();
         pool.releaseReadFrame();
     }
-    EXPECT_EQ(pool.pool(0).memory.size(), 0x400000u) << "no growth past the limit";
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(pool.pool(i).memory.size(), 0x400000u) << i;
 }
 
 TEST(FrameDataPool, ProducerStaysAtMostFiveFramesAhead) {

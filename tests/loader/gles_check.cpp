@@ -79,29 +79,14 @@ const void* asAddress(void (*fn)()) {
     return reinterpret_cast<const void*>(fn);
 }
 
-#if defined(GLES_CHECK_LINKED)
-
-const char VARIANT[] = "linked";
-
-void openApi(Api& api) {
-    api.getProcAddress = &::eglGetProcAddress;
-}
-
-void loadApi(Api& api) {
-#define TAKE(type, name) api.name = &::name;
-    EGL_FUNCTIONS(TAKE)
-    GL_FUNCTIONS(TAKE)
-#undef TAKE
-    std::printf("libEGL.so.1 %s\n", fileOf(reinterpret_cast<void*>(api.eglInitialize)));
-    std::printf("libGLESv2.so.2 %s\n", fileOf(reinterpret_cast<void*>(api.glClear)));
-}
-
-#elif defined(GLES_CHECK_DLOPEN)
-
-const char VARIANT[] = "dlopen";
+// Where each variant takes its functions from.
+#if defined(GLES_CHECK_DLOPEN)
 
 void* egl = nullptr;
 void* gles = nullptr;
+
+#define TAKE_EGL(type, name) api.name = reinterpret_cast<type>(dlsym(egl, #name));
+#define TAKE_GL(type, name) api.name = reinterpret_cast<type>(dlsym(gles, #name));
 
 void openApi(Api& api) {
     egl = dlopen("libEGL.so.1", RTLD_NOW | RTLD_LOCAL);
@@ -114,43 +99,36 @@ void openApi(Api& api) {
         reinterpret_cast<PFNEGLGETPROCADDRESSPROC>(dlsym(egl, "eglGetProcAddress"));
 }
 
-void loadApi(Api& api) {
-#define TAKE(type, name) api.name = reinterpret_cast<type>(dlsym(egl, #name));
-    EGL_FUNCTIONS(TAKE)
-#undef TAKE
-#define TAKE(type, name) api.name = reinterpret_cast<type>(dlsym(gles, #name));
-    GL_FUNCTIONS(TAKE)
-#undef TAKE
-    std::printf("libEGL.so.1 %s\n", fileOf(reinterpret_cast<void*>(api.eglInitialize)));
-    std::printf("libGLESv2.so.2 %s\n", fileOf(reinterpret_cast<void*>(api.glClear)));
-}
+#else
 
+#if defined(GLES_CHECK_LINKED)
+#define TAKE_EGL(type, name) api.name = &::name;
 #elif defined(GLES_CHECK_GPA)
-
-const char VARIANT[] = "gpa";
+#define TAKE_EGL(type, name) api.name = reinterpret_cast<type>(api.getProcAddress(#name));
+#else
+#error "choose a variant"
+#endif
+#define TAKE_GL TAKE_EGL
 
 void openApi(Api& api) {
     api.getProcAddress = &::eglGetProcAddress;
 }
 
-void loadApi(Api& api) {
-#define TAKE(type, name) api.name = reinterpret_cast<type>(eglGetProcAddress(#name));
-    EGL_FUNCTIONS(TAKE)
-    GL_FUNCTIONS(TAKE)
-#undef TAKE
-    std::printf("libEGL.so.1 %s\n", fileOf(reinterpret_cast<void*>(&::eglGetProcAddress)));
-}
-
-#else
-#error "choose a variant"
 #endif
 
-void check(const Api& api) {
+void loadApi(Api& api) {
+    EGL_FUNCTIONS(TAKE_EGL)
+    GL_FUNCTIONS(TAKE_GL)
 #define CHECK(type, name) \
     if (!api.name) fail("no " #name);
     EGL_FUNCTIONS(CHECK)
     GL_FUNCTIONS(CHECK)
 #undef CHECK
+    std::printf("libEGL.so.1 %s\n", fileOf(reinterpret_cast<const void*>(api.getProcAddress)));
+#ifndef GLES_CHECK_GPA
+    // Through eglGetProcAddress a GLES name is the loader's answer, not a file.
+    std::printf("libGLESv2.so.2 %s\n", fileOf(reinterpret_cast<const void*>(api.glClear)));
+#endif
 }
 
 // Many threads ask for a first name at once: the loader must start the layer
@@ -248,14 +226,12 @@ int main(int argc, char** argv) {
     for (int i = 1; i + 1 < argc; ++i)
         if (std::strcmp(argv[i], "--threads") == 0) threads = std::atoi(argv[i + 1]);
 
-    std::printf("variant %s\n", VARIANT);
     Api api;
     openApi(api);
     if (!api.getProcAddress) fail("no eglGetProcAddress");
     // Before any other call, so that the threads are the loader's first users.
     if (threads > 0) resolveFromThreads(api, threads);
     loadApi(api);
-    check(api);
     for (const char* name : {"glClear", "glDrawArrays", "eglMakeCurrent", "glNotAName"})
         std::printf("eglGetProcAddress %s %s\n", name, fileOf(asAddress(api.getProcAddress(name))));
     render(api);
