@@ -69,10 +69,7 @@ class JobQueue {
         // A tail call, so that the usual path needs no stack frame.
         if (__builtin_expect(index == buffer->capacity, 0))
             return recordAfterHandOver(action, args);
-        Job& job = buffer->jobs[index];
-        job.action = action;
-        storeArgs(job, args);
-        buffer->writeIndex.store(index + 1, std::memory_order_release);
+        fill(buffer, index, action, args);
     }
 
     // Hands over what was recorded since the last hand-over. Returns whether
@@ -85,11 +82,16 @@ class JobQueue {
     // record() when the buffer is full: hands it over, then records.
     template <typename Args>
     __attribute__((noinline, cold)) void recordAfterHandOver(JobAction action, Args args) {
-        JobBuffer* buffer = makeRoom();
-        Job& job = buffer->jobs[0];
+        fill(makeRoom(), 0, action, args);
+    }
+    // Stores the job in its slot, then publishes it: a hand-over from another
+    // thread may read writeIndex at any time.
+    template <typename Args>
+    static void fill(JobBuffer* buffer, std::uint32_t index, JobAction action, const Args& args) {
+        Job& job = buffer->jobs[index];
         job.action = action;
         storeArgs(job, args);
-        buffer->writeIndex.store(1, std::memory_order_release);
+        buffer->writeIndex.store(index + 1, std::memory_order_release);
     }
     // Consumer: runs one workload; false when the consumer shall end.
     bool processNext();
