@@ -18,10 +18,6 @@ constexpr GLbitfield MAP_READ_BIT = 0x1;
 constexpr GLbitfield MAP_FLUSH_EXPLICIT_BIT = 0x10;
 constexpr GLbitfield MAP_PERSISTENT_BIT = 0x40;
 constexpr GLenum PIXEL_PACK_BUFFER = 0x88EB;
-constexpr GLbitfield SYNC_FLUSH_COMMANDS_BIT = 0x1;
-constexpr GLenum ALREADY_SIGNALED = 0x911A;
-constexpr GLenum CONDITION_SATISFIED = 0x911C;
-constexpr GLuint64 ONE_SECOND = 1000000000;
 
 constexpr GLenum BYTE = 0x1400;
 constexpr GLenum UNSIGNED_BYTE = 0x1401;
@@ -544,8 +540,7 @@ void* ClientGLHandler::mapReadBack(GLenum target, GLintptr offset, GLsizeiptr le
     if (offset < 0 || length < 0 ||
         static_cast<std::uint64_t>(offset) + static_cast<std::uint64_t>(length) > cache.size)
         return nullptr;
-    GLenum status = hijack::glClientWaitSync(cache.fence, SYNC_FLUSH_COMMANDS_BIT, ONE_SECOND);
-    if (status != ALREADY_SIGNALED && status != CONDITION_SATISFIED) return nullptr;
+    if (!core::DeferredExecutor::ReadbackCache::fencePassed(cache.fence)) return nullptr;
     return static_cast<char*>(cache.data) + offset;
 }
 

@@ -79,6 +79,10 @@ class DeferredExecutor {
         bool valid = false;      // data holds a copy that no map has consumed
         std::mutex mutex;        // the worker copies, the game's thread maps
         GLsync fence = nullptr;  // set after the copy's map
+
+        // Flushes and waits up to a second; true once the GPU has passed
+        // `fence`. The worker's copy and the game's map both wait this way.
+        static bool fencePassed(GLsync fence);
     };
 
     JobQueue queue;

@@ -48,10 +48,10 @@ void readback(void* args) {
     hijack::glReadPixels(a->x, a->y, a->width, a->height, a->format, a->type, nullptr);
 
     GLsync done = hijack::glFenceSync(SYNC_GPU_COMMANDS_COMPLETE, 0);
-    GLenum status = hijack::glClientWaitSync(done, SYNC_FLUSH_COMMANDS_BIT, ONE_SECOND);
+    bool passed = DeferredExecutor::ReadbackCache::fencePassed(done);
     // Nothing else refers to this fence.
     hijack::glDeleteSync(done);
-    if (status != CONDITION_SATISFIED && status != ALREADY_SIGNALED) return;
+    if (!passed) return;
 
     DeferredExecutor::ReadbackCache& cache = a->executor->readbackCache;
     std::lock_guard<std::mutex> lock(cache.mutex);
@@ -87,6 +87,11 @@ void readback(void* args) {
 }
 
 }  // namespace
+
+bool DeferredExecutor::ReadbackCache::fencePassed(GLsync fence) {
+    GLenum status = hijack::glClientWaitSync(fence, SYNC_FLUSH_COMMANDS_BIT, ONE_SECOND);
+    return status == ALREADY_SIGNALED || status == CONDITION_SATISFIED;
+}
 
 void MiscHandler::readPixels(GLint x, GLint y, GLsizei width, GLsizei height, GLenum format,
                              GLenum type, void* pixels) {
