@@ -35,6 +35,17 @@ void checkGl(const char* where) {
 
 namespace {
 
+// The info log of a shader or a program, read with the matching pair of
+// query functions.
+std::string infoLog(GLuint object, void (*getiv)(GLuint, GLenum, GLint*),
+                    void (*getLog)(GLuint, GLsizei, GLsizei*, GLchar*)) {
+    GLint length = 0;
+    getiv(object, GL_INFO_LOG_LENGTH, &length);
+    std::vector<char> log(static_cast<std::size_t>(length > 1 ? length : 1), '\0');
+    getLog(object, static_cast<GLsizei>(log.size()), nullptr, log.data());
+    return log.data();
+}
+
 GLuint compile(const char* name, GLenum type, const char* source) {
     const GLuint shader = glCreateShader(type);
     glShaderSource(shader, 1, &source, nullptr);
@@ -42,13 +53,10 @@ GLuint compile(const char* name, GLenum type, const char* source) {
     GLint ok = GL_FALSE;
     glGetShaderiv(shader, GL_COMPILE_STATUS, &ok);
     if (ok != GL_TRUE) {
-        GLint length = 0;
-        glGetShaderiv(shader, GL_INFO_LOG_LENGTH, &length);
-        std::vector<char> log(static_cast<std::size_t>(length > 1 ? length : 1), '\0');
-        glGetShaderInfoLog(shader, static_cast<GLsizei>(log.size()), nullptr, log.data());
+        const std::string log = infoLog(shader, glGetShaderiv, glGetShaderInfoLog);
         glDeleteShader(shader);
         throw Failure(std::string(name) + (type == GL_VERTEX_SHADER ? " vertex" : " fragment") +
-                      " shader does not compile: " + log.data());
+                      " shader does not compile: " + log);
     }
     return shader;
 }
@@ -67,12 +75,9 @@ GLuint buildProgram(const char* name, const char* vertexSource, const char* frag
     GLint ok = GL_FALSE;
     glGetProgramiv(program, GL_LINK_STATUS, &ok);
     if (ok != GL_TRUE) {
-        GLint length = 0;
-        glGetProgramiv(program, GL_INFO_LOG_LENGTH, &length);
-        std::vector<char> log(static_cast<std::size_t>(length > 1 ? length : 1), '\0');
-        glGetProgramInfoLog(program, static_cast<GLsizei>(log.size()), nullptr, log.data());
+        const std::string log = infoLog(program, glGetProgramiv, glGetProgramInfoLog);
         glDeleteProgram(program);
-        throw Failure(std::string(name) + " program does not link: " + log.data());
+        throw Failure(std::string(name) + " program does not link: " + log);
     }
     return program;
 }
