@@ -23,8 +23,9 @@ straight to the driver. In mode 4 each test's interface log must name GL entry
 points, or its GL calls went around the layer.
 
 It prints a summary per mode and every test whose result differs from the
-direct one, with both results and the path of its log. The exit status is 1
-when a difference is not listed in tests/piglit/expected-differences.txt
+direct one, with both results and the path of its log; a log's first line is
+the command that runs its test again, by hand or under gdb. The exit status is
+1 when a difference is not listed in tests/piglit/expected-differences.txt
 ('MODE TEST NAME | reason' lines), 0 otherwise.
 
   --modes "LIST"   runtime modes to compare (default "3 4 0 1 2"):
@@ -36,10 +37,6 @@ when a difference is not listed in tests/piglit/expected-differences.txt
                    (default /tmp/velour-piglit-<date>)
   --timeout S      seconds per test (default 60)
   --list           print the selected test names and stop
-  --commands       print each selected test's command lines, direct and per
-                   mode, to run by hand (or under gdb), and stop
-  --backtrace      rerun every crashing test under gdb; the backtrace goes
-                   into its log
   -v               print each test as it ends
 
 The build is \$VELOUR_BUILD_DIR, else build/ (made with scripts/build.sh).
@@ -51,10 +48,6 @@ examples:
   # one test in one mode, its log printed:
   scripts/piglit-full.sh --modes 0 --filter '^!opengl es 3.0@gl_vertexid used with gldrawarrays$' \\
       --out /tmp/one && cat /tmp/one/logs/mode0/*.log
-  # its command lines, to run it by hand
-  scripts/piglit-full.sh --modes 0 --filter 'gl_vertexid used with gldrawarrays' --commands
-  # crashes in mode 0 with backtraces
-  scripts/piglit-full.sh --modes 0 --backtrace --out /tmp/piglit0
 EOF
 }
 
@@ -71,7 +64,7 @@ while [ $# -gt 0 ]; do
         out=${2:?--out wants a folder}
         shift 2
         ;;
-    --list | --commands)
+    --list)
         listing=1
         args+=("$1")
         shift
