@@ -19,8 +19,12 @@ void Deferred::SetUp() {
 
 void Deferred::TearDown() {
     if (context != EGL_NO_CONTEXT) unbindAndDestroy();
-    core::context.gameConfig.runtimeMode = saved.runtimeMode;
-    core::context.gameConfig.fallback = saved.fallback;
+    // Field by field: a whole copy would race with the log thread's read of `enabled`.
+    auto& config = core::context.gameConfig;
+    config.runtimeMode = saved.runtimeMode;
+    config.fallback = saved.fallback;
+    config.disableAnySamplesPassed = saved.disableAnySamplesPassed;
+    config.disableEglTimeStamps = saved.disableEglTimeStamps;
     core::DeferredExecutor::_fallbackImmediateMode = false;
     for (const char* key : {"de.job_queue_count", "orlo.de.job_queue_count", "de.fallback",
                             "de.sync_after_swap", "de.early_submission"})
@@ -46,16 +50,28 @@ void Deferred::unbindAndDestroy() {
     context = EGL_NO_CONTEXT;
 }
 
-std::vector<std::pair<std::string, long>> Deferred::driverCalls() {
-    std::vector<std::pair<std::string, long>> out;
-    for (auto& call : fake::calls()) out.emplace_back(call.name, call.thread);
+static std::string who(const fake::Call& call) {
+    return call.thread == threadId() ? "game" : "worker";
+}
+
+Names Deferred::trace() {
+    Names out;
+    for (auto& call : fake::calls()) out.push_back(who(call) + " " + call.name);
     return out;
 }
 
-std::vector<std::string> Deferred::trace() {
-    std::vector<std::string> out;
-    for (auto& [name, thread] : driverCalls())
-        out.push_back((thread == threadId() ? "game " : "worker ") + name);
+Seen Deferred::callsWith(const char* name, std::initializer_list<std::size_t> indices) {
+    Seen out;
+    for (auto& call : fake::callsOf(name)) {
+        out.emplace_back(who(call), Bits{});
+        for (std::size_t i : indices) out.back().second.push_back(call.args.at(i).bits);
+    }
+    return out;
+}
+
+Bits Deferred::argOf(const char* name, std::size_t index) {
+    Bits out;
+    for (auto& call : fake::callsOf(name)) out.push_back(call.args.at(index).bits);
     return out;
 }
 

@@ -1,44 +1,29 @@
 // Client-side data: what a draw copies, where the driver finds it, what is
 // answered without a drain, and which draws count towards early submission.
 #include <map>
+#include <numeric>
 
 #include "DeferredFixture.h"
 
 using namespace velour;
-using velour::test::Deferred;
-using velour::test::pointerArg;
+using namespace velour::test;
 
 namespace {
 
-constexpr GLenum TRIANGLES = 4;
-constexpr GLenum FLOAT = 0x1406;
-constexpr GLenum UNSIGNED_BYTE = 0x1401;
-constexpr GLenum UNSIGNED_SHORT = 0x1403;
-constexpr GLenum ARRAY_BUFFER = 34962;
-constexpr GLenum ELEMENT_ARRAY_BUFFER = 34963;
-constexpr GLenum COPY_READ_BUFFER = 36662;
-constexpr GLenum MAP_WRITE = 0x2;
-constexpr GLenum MAP_READ = 0x1;
-
-template <typename T>
-std::uintptr_t address(T* p) {
-    return reinterpret_cast<std::uintptr_t>(p);
-}
+constexpr GLenum TRIANGLES = 4, FLOAT = 0x1406, UNSIGNED_BYTE = 0x1401, UNSIGNED_SHORT = 0x1403;
+constexpr GLenum ARRAY_BUFFER = 34962, ELEMENT_ARRAY_BUFFER = 34963, COPY_READ_BUFFER = 36662;
+constexpr GLenum MAP_WRITE = 0x2, MAP_READ = 0x1;
+using Ints = std::vector<GLint>;
 
 GLint integer(GLenum pname) {
-    GLint value = -1;
-    gl_deferred_glGetIntegerv(pname, &value);
-    return value;
+    return fetch(gl_deferred_glGetIntegerv, pname);
 }
 
-class Client : public Deferred {
+class Client : public Bound {
   protected:
     void SetUp() override {
-        Deferred::SetUp();
-        bind(core::MODE_DEFERRED);
-        // Every test draws from attribute 0, if any.
-        gl_deferred_glEnableVertexAttribArray(0);
-        fake::clearCalls();
+        Bound::SetUp();
+        gl_deferred_glEnableVertexAttribArray(0);  // every test draws from attribute 0, if any
     }
     ClientGLHandler& handler() { return executor().handler<ClientGLHandler>(); }
     std::uint64_t handOvers() { return executor().counters().handOvers; }
@@ -48,43 +33,39 @@ class Client : public Deferred {
         gl_deferred_glBindBuffer(ARRAY_BUFFER, buffer);
         gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, pointer);
     }
-
-    // Keeps, at replay, the floats each attribute's driver pointer shows to
-    // a draw, read when the draw reaches the driver.
+    // Keeps what each attribute's pointer and the draw's indices show at the draw.
     void watchDraws(const char* draw, int floats) {
         fake::setHandler("glVertexAttribPointer", [this](const fake::Call& c) {
             pointers[c.args[0].bits] = pointerArg<const float>(c, 5);
             return 0;
         });
-        fake::setHandler(draw, [this, floats](const fake::Call&) {
+        fake::setHandler(draw, [this, floats](const fake::Call& c) {
             for (auto& [index, p] : pointers) seen[index].assign(p, p + floats);
+            if (auto* i = c.args.size() > 3 ? pointerArg<const GLushort>(c, 3) : nullptr)
+                indices.assign(i, i + c.args[1].bits);
             return 0;
         });
     }
     std::map<std::uint64_t, const float*> pointers;
     std::map<std::uint64_t, std::vector<float>> seen;
+    std::vector<GLushort> indices;
 };
 
 // --- What a draw copies ------------------------------------------------------
 
 TEST_F(Client, DrawArraysCopiesFromFirstAndTheDriverDrawsFromZero) {
     std::vector<float> game(32);
-    for (int i = 0; i < 32; ++i) game[i] = float(i);
+    std::iota(game.begin(), game.end(), 0.f);
     watchDraws("glDrawArrays", 8);
-
     gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game.data());
     gl_deferred_glDrawArrays(TRIANGLES, 8, 4);
-    // The game may reuse its memory as soon as the call returns.
-    std::fill(game.begin(), game.end(), -1.f);
+    std::fill(game.begin(), game.end(), -1.f);  // the game may reuse its memory at once
     gl_deferred_glFinish();
 
-    auto draws = fake::callsOf("glDrawArrays");
-    ASSERT_EQ(draws.size(), 1u);
-    EXPECT_EQ(draws[0].args[1].bits, 0u) << "first went into the copy";
-    EXPECT_EQ(draws[0].args[2].bits, 4u);
-    auto pointer = fake::callsOf("glVertexAttribPointer");
-    ASSERT_EQ(pointer.size(), 1u) << "the pointer reaches the driver with the draw only";
-    EXPECT_NE(pointerArg<const float>(pointer[0], 5), game.data());
+    // The pointer reaches the driver with the draw only; first went into the copy.
+    EXPECT_EQ(trace(), (Names{"worker glEnableVertexAttribArray", "worker glVertexAttribPointer",
+                              "worker glDrawArrays", "worker glFinish"}));
+    EXPECT_EQ(callsWith("glDrawArrays", {1, 2}), (Seen{{"worker", {0, 4}}}));
     EXPECT_EQ(seen[0], (std::vector<float>{16, 17, 18, 19, 20, 21, 22, 23}));
 }
 
@@ -99,18 +80,15 @@ TEST_F(Client, InterleavedAttributesAreOneRangeWithMemberOffsets) {
     gl_deferred_glVertexAttribPointer(0, 3, FLOAT, 0, sizeof(Vertex), vertices[0].position);
 
     auto* state = handler().copyClientArrays(1, 3, 0);
-    ASSERT_EQ(state->attribCount, 2u);
-    ASSERT_EQ(state->intervalCount, 1u);
+    ASSERT_EQ((Bits{state->attribCount, state->intervalCount}), (Bits{2, 1}));
     const auto& range = state->intervals[0];
-    EXPECT_EQ(range.start, address(&vertices[1]));
-    EXPECT_EQ(range.end - range.start, 2 * sizeof(Vertex) + 12 + 4) << "to the last color's end";
-    ASSERT_EQ(range.memberCount, 2u);
-    EXPECT_EQ(range.members[1].offset, 12u);
-    const auto* copy = static_cast<const unsigned char*>(range.copy);
-    for (std::uint32_t i = 0; i < 2; ++i) {
-        const auto& a = state->attribs[i];
-        EXPECT_EQ(static_cast<const unsigned char*>(a.pointer), copy + (a.index == 0 ? 0 : 12));
-        EXPECT_EQ(a.stride, GLsizei(sizeof(Vertex)));
+    // From the second vertex to the last color's end, the colors 12 bytes in.
+    EXPECT_EQ(
+        (Bits{range.start, range.end - range.start, range.memberCount, range.members[1].offset}),
+        (Bits{bitsOf(&vertices[1]), 2 * sizeof(Vertex) + 12 + 4, 2, 12}));
+    for (auto* a = state->attribs; a != state->attribs + 2; ++a) {
+        EXPECT_EQ(bitsOf(a->pointer), bitsOf(range.copy) + (a->index == 0 ? 0 : 12));
+        EXPECT_EQ(a->stride, GLsizei(sizeof(Vertex)));
     }
 }
 
@@ -122,42 +100,32 @@ TEST_F(Client, SeparateArraysAndPerInstanceArraysAreCopiedByTheirOwnCounts) {
     gl_deferred_glVertexAttribDivisor(2, 2);
     // The size of each copied range, by where it starts in the game's memory.
     auto sizes = [](const ClientGLHandler::ClientDrawState* state) {
-        std::map<std::uintptr_t, std::uintptr_t> out;
+        std::map<std::uint64_t, std::uint64_t> out;
         for (std::uint32_t i = 0; i < state->intervalCount; ++i)
             out[state->intervals[i].start] = state->intervals[i].end - state->intervals[i].start;
         return out;
     };
     EXPECT_EQ(sizes(handler().copyClientArrays(2, 4, 5)),
-              (std::map<std::uintptr_t, std::uintptr_t>{{address(positions + 4), 4 * 8},
-                                                        {address(offsets), 3 * 4}}))
+              (std::map<std::uint64_t, std::uint64_t>{{bitsOf(positions + 4), 4 * 8},
+                                                      {bitsOf(offsets), 3 * 4}}))
         << "5 instances at a divisor of 2 read 3 elements, from the start";
-    EXPECT_EQ(sizes(handler().copyClientArrays(0, 1, 0))[address(offsets)], 4u)
+    EXPECT_EQ(sizes(handler().copyClientArrays(0, 1, 0))[bitsOf(offsets)], 4u)
         << "no instance count still reads one element";
 }
 
 TEST_F(Client, BaseVertexStartsTheCopyThereAndTheDriverGetsZero) {
     float game[32];
-    for (int i = 0; i < 32; ++i) game[i] = float(i);
-    GLushort indices[] = {0, 2, 1};
+    std::iota(game, game + 32, 0.f);
+    GLushort gameIndices[] = {0, 2, 1};
     watchDraws("glDrawElementsBaseVertex", 2);
-    std::vector<GLushort> driverIndices;
-    fake::setHandler("glDrawElementsBaseVertex", [&](const fake::Call& c) {
-        seen[0].assign(pointers[0], pointers[0] + 2);
-        auto* i = pointerArg<const GLushort>(c, 3);
-        driverIndices.assign(i, i + c.args[1].bits);
-        return 0;
-    });
     gl_deferred_glVertexAttribPointer(0, 1, FLOAT, 0, 0, game);
-    gl_deferred_glDrawElementsBaseVertex(TRIANGLES, 3, UNSIGNED_SHORT, indices, 5);
-    indices[1] = 9;
+    gl_deferred_glDrawElementsBaseVertex(TRIANGLES, 3, UNSIGNED_SHORT, gameIndices, 5);
+    gameIndices[1] = 9;
     gl_deferred_glFinish();
 
-    auto draw = fake::callsOf("glDrawElementsBaseVertex");
-    ASSERT_EQ(draw.size(), 1u);
-    EXPECT_EQ(draw[0].args[4].bits, 0u);
-    EXPECT_NE(pointerArg<const GLushort>(draw[0], 3), indices);
+    EXPECT_EQ(argOf("glDrawElementsBaseVertex", 4), (Bits{0}));
     EXPECT_EQ(seen[0], (std::vector<float>{5, 6}));
-    EXPECT_EQ(driverIndices, (std::vector<GLushort>{0, 2, 1}));
+    EXPECT_EQ(indices, (std::vector<GLushort>{0, 2, 1})) << "a copy of the game's indices";
 }
 
 TEST_F(Client, LargestIndexSkipsTheRestartIndexOnlyWhenRestartIsOn) {
@@ -171,10 +139,9 @@ TEST_F(Client, LargestIndexSkipsTheRestartIndexOnlyWhenRestartIsOn) {
     EXPECT_EQ(handler().largestIndex(2, UNSIGNED_BYTE, bytes), 7u);
     gl_deferred_glDisable(36201);
     EXPECT_EQ(handler().largestIndex(2, UNSIGNED_BYTE, bytes), 0xFFu);
-    EXPECT_EQ(fake::callsOf("glEnable").size() + fake::callsOf("glDisable").size(), 0u)
-        << "recorded, not yet replayed";
+    EXPECT_TRUE(fake::calls().empty()) << "recorded, not yet replayed";
     gl_deferred_glFinish();
-    EXPECT_EQ(fake::callsOf("glEnable").size(), 1u);
+    EXPECT_EQ(count("glEnable"), 1u);
 }
 
 // --- Which path a draw takes ---------------------------------------------------
@@ -188,20 +155,14 @@ TEST_F(Client, ClientArraysWithAnElementBufferApplyTheGamePointersAndWait) {
     gl_deferred_glDrawElements(TRIANGLES, 3, UNSIGNED_SHORT, reinterpret_cast<void*>(0x10));
     EXPECT_EQ(drains(), before + 1);
 
-    // Unbound around the pointer, so that it is taken as client memory; the
-    // array buffer is bound back.
-    auto calls = fake::calls();
-    std::vector<std::string> names;
-    for (auto& c : calls) names.push_back(c.name);
-    EXPECT_EQ(names,
-              (std::vector<std::string>{"glEnableVertexAttribArray", "glBindBuffer", "glBindBuffer",
-                                        "glBindBuffer", "glVertexAttribPointer", "glBindBuffer",
-                                        "glDrawElements"}));
-    ASSERT_EQ(calls.size(), 7u);
-    EXPECT_EQ(calls[3].args[1].bits, 0u);
-    EXPECT_EQ(pointerArg<float>(calls[4], 5), game);
-    EXPECT_EQ(calls[5].args[1].bits, 6u);
-    EXPECT_EQ(calls[6].args[3].bits, 0x10u);
+    // Unbound around the pointer, so that it is taken as client memory, then bound back.
+    EXPECT_EQ(trace(),
+              (Names{"worker glEnableVertexAttribArray", "worker glBindBuffer",
+                     "worker glBindBuffer", "worker glBindBuffer", "worker glVertexAttribPointer",
+                     "worker glBindBuffer", "worker glDrawElements"}));
+    EXPECT_EQ(argOf("glBindBuffer", 1), (Bits{6, 4, 0, 6}));
+    EXPECT_EQ(argOf("glVertexAttribPointer", 5), (Bits{bitsOf(game)}));
+    EXPECT_EQ(argOf("glDrawElements", 3), (Bits{0x10}));
 }
 
 // Client draws take a pointer into client memory: no buffer bound with it,
@@ -225,11 +186,9 @@ TEST_F(Client, ABufferOrAVertexArrayKeepsADrawOffTheClientPath) {
     gl_deferred_glDrawElements(TRIANGLES, 3, UNSIGNED_SHORT, nullptr);
     gl_deferred_glFinish();
     EXPECT_EQ(drains(), before + 1) << "the finish alone";
-    EXPECT_EQ(fake::callsOf("glVertexAttribPointer").size(), 1u) << "only the buffer one";
-    EXPECT_EQ(fake::callsOf("glDrawArrays").at(0).args[1].bits, 8u);
-    auto del = fake::callsOf("glDeleteBuffers");
-    ASSERT_EQ(del.size(), 1u);
-    EXPECT_EQ(*pointerArg<const GLuint>(del[0], 1), 5u);
+    EXPECT_EQ(count("glVertexAttribPointer"), 1u) << "only the buffer one";
+    EXPECT_EQ(argOf("glDrawArrays", 1), (Bits{8}));
+    EXPECT_EQ(*pointerArg<const GLuint>(fake::callsOf("glDeleteBuffers").at(0), 1), 5u);
 
     // The element buffer went to the vertex array, not the default one.
     gl_deferred_glBindVertexArray(0);
@@ -255,7 +214,7 @@ TEST_F(Client, OnlyCountedDrawsSubmitEarlyAndEndTheWarmUp) {
     for (int i = 0; i < 20; ++i) gl_deferred_glDrawArraysIndirect(TRIANGLES, nullptr);
     EXPECT_EQ(handOvers(), before + 2);
     gl_deferred_glFinish();
-    EXPECT_EQ(fake::callsOf("glFlush").size(), 2u);
+    EXPECT_EQ(count("glFlush"), 2u);
 
     auto frame = [&](int client, int counted) {
         attribute(game);
@@ -274,7 +233,7 @@ TEST_F(Client, OnlyCountedDrawsSubmitEarlyAndEndTheWarmUp) {
 
 TEST_F(Client, AWriteMapAndUnmapAreOneJobAndNoDrainOtherMapsTheDriversAlone) {
     unsigned char driverBuffer[64] = {};
-    fake::setReturn("glMapBufferRange", address(driverBuffer));
+    fake::setReturn("glMapBufferRange", bitsOf(driverBuffer));
     gl_deferred_glBindBuffer(ARRAY_BUFFER, 5);
     auto before = drains();
     std::uint32_t jobs = recorded();
@@ -282,60 +241,48 @@ TEST_F(Client, AWriteMapAndUnmapAreOneJobAndNoDrainOtherMapsTheDriversAlone) {
     auto* block =
         static_cast<unsigned char*>(gl_deferred_glMapBufferRange(ARRAY_BUFFER, 16, 64, MAP_WRITE));
     ASSERT_NE(block, nullptr);
-    void* pointer = nullptr;
-    gl_deferred_glGetBufferPointerv(ARRAY_BUFFER, 0x88BD, &pointer);
-    EXPECT_EQ(pointer, block);
-    auto parameter = [](GLenum pname) {
-        GLint value = -1;
-        gl_deferred_glGetBufferParameteriv(ARRAY_BUFFER, pname, &value);
-        return value;
+    EXPECT_EQ(fetch<void*>(gl_deferred_glGetBufferPointerv, ARRAY_BUFFER, 0x88BD), block);
+    auto parameter = [](GLenum p) {
+        return fetch(gl_deferred_glGetBufferParameteriv, ARRAY_BUFFER, p);
     };
-    EXPECT_EQ(parameter(0x88BC), 1) << "mapped";
-    EXPECT_EQ(parameter(0x9120), 64) << "length";
-    EXPECT_EQ(parameter(0x9121), 16) << "offset";
+    EXPECT_EQ((Ints{parameter(0x88BC), parameter(0x9120), parameter(0x9121)}), (Ints{1, 64, 16}))
+        << "mapped, length, offset";
     gl_deferred_glFlushMappedBufferRange(ARRAY_BUFFER, 0, 8);
-    for (int i = 0; i < 64; ++i) block[i] = static_cast<unsigned char>(i + 1);
+    std::iota(block, block + 64, static_cast<unsigned char>(1));
     EXPECT_EQ(gl_deferred_glUnmapBuffer(ARRAY_BUFFER), 1);
 
     EXPECT_EQ(recorded(), jobs + 1) << "the unmap's job alone";
     EXPECT_EQ(drains(), before);
-    EXPECT_TRUE(fake::callsOf("glMapBufferRange").empty()) << "the driver has heard nothing yet";
+    EXPECT_TRUE(fake::calls().empty()) << "the driver has heard nothing yet";
     gl_deferred_glFinish();
-    auto map = fake::callsOf("glMapBufferRange");
-    ASSERT_EQ(map.size(), 1u);
-    EXPECT_EQ(map[0].args[1].bits, 16u);
-    EXPECT_EQ(map[0].args[2].bits, 64u);
-    EXPECT_EQ(driverBuffer[0], 1);
-    EXPECT_EQ(driverBuffer[63], 64);
-    EXPECT_EQ(fake::callsOf("glUnmapBuffer").size(), 1u);
-    EXPECT_TRUE(fake::callsOf("glFlushMappedBufferRange").empty());
+    // The driver's own map gets the game's bytes; no flush of its own.
+    EXPECT_EQ(trace(),
+              (Names{"worker glEnableVertexAttribArray", "worker glBindBuffer",
+                     "worker glMapBufferRange", "worker glUnmapBuffer", "worker glFinish"}));
+    EXPECT_EQ(callsWith("glMapBufferRange", {1, 2}), (Seen{{"worker", {16, 64}}}));
+    EXPECT_EQ((Bits{driverBuffer[0], driverBuffer[63]}), (Bits{1, 64}));
 
-    // Unmapped, the pointer is the driver's to tell.
-    before = drains();
-    gl_deferred_glGetBufferPointerv(ARRAY_BUFFER, 0x88BD, &pointer);
-    EXPECT_EQ(drains(), before + 1);
-    EXPECT_EQ(fake::callsOf("glGetBufferPointerv").size(), 1u);
-
-    // Read, persistent and unbound maps are the driver's, each with a drain.
+    // The pointer unmapped, and read, persistent and unbound maps: the driver's, with a drain.
+    fake::clearCalls();
     fake::setReturn("glUnmapBuffer", 1);
     before = drains();
+    fetch<void*>(gl_deferred_glGetBufferPointerv, ARRAY_BUFFER, 0x88BD);
     EXPECT_EQ(gl_deferred_glMapBufferRange(ARRAY_BUFFER, 0, 16, MAP_READ | MAP_WRITE),
               driverBuffer);
     EXPECT_EQ(gl_deferred_glUnmapBuffer(ARRAY_BUFFER), 1);
     EXPECT_EQ(gl_deferred_glMapBufferRange(ARRAY_BUFFER, 0, 16, MAP_WRITE | 0x40), driverBuffer);
     gl_deferred_glBindBuffer(ARRAY_BUFFER, 0);
     EXPECT_EQ(gl_deferred_glMapBufferRange(ARRAY_BUFFER, 0, 16, MAP_WRITE), driverBuffer);
-    EXPECT_EQ(drains(), before + 4);
-    EXPECT_EQ(fake::callsOf("glUnmapBuffer").size(), 2u);
+    EXPECT_EQ(drains(), before + 5);
+    EXPECT_EQ(trace(), (Names{"worker glGetBufferPointerv", "worker glMapBufferRange",
+                              "worker glUnmapBuffer", "worker glMapBufferRange",
+                              "worker glBindBuffer", "worker glMapBufferRange"}));
 }
 
 // --- Answers from the shadow -----------------------------------------------------
 
 TEST_F(Client, GetsAnswerFromTheShadowWithoutADrain) {
-    fake::setHandler("glGetIntegerv", [](const fake::Call& c) {
-        *pointerArg<GLint>(c, 1) = c.args[0].bits == 0x8824 ? 8 : 42;
-        return 0;
-    });
+    writeBack<GLint>("glGetIntegerv", 1, [](auto& c) { return c.args[0].bits == 0x8824 ? 8 : 42; });
     gl_deferred_glActiveTexture(0x84C3);
     gl_deferred_glBindTexture(0x0DE1, 7);
     gl_deferred_glBindTexture(0x8513, 9);  // a cube map is not followed
@@ -367,35 +314,22 @@ TEST_F(Client, GetsAnswerFromTheShadowWithoutADrain) {
     EXPECT_FALSE(gl_deferred_glIsVertexArray(11));
     EXPECT_EQ(drains(), before);
 
-    // Limits are read once, anything else every time.
-    EXPECT_EQ(integer(0x8824), 8);
-    EXPECT_EQ(integer(0x8824), 8);
-    EXPECT_EQ(drains(), before + 1);
-    EXPECT_EQ(integer(0x0D33), 42);
-    EXPECT_EQ(integer(0x0D33), 42);
-    EXPECT_EQ(integer(0x0D05), 42);
-    EXPECT_EQ(drains(), before + 4);
+    // Limits are read once, anything else every time: answers, then drains so far.
+    auto drained = [&] { return GLint(drains() - before); };
+    EXPECT_EQ((Ints{integer(0x8824), integer(0x8824), drained()}), (Ints{8, 8, 1}));
+    EXPECT_EQ((Ints{integer(0x0D33), integer(0x0D33), integer(0x0D05), drained()}),
+              (Ints{42, 42, 42, 4}));
 
-    // Vertex attributes of the default array, as set.
+    // Attributes of the default array: size, integer, no buffer, divisor, pointer.
     float game[4] = {};
     gl_deferred_glEnableVertexAttribArray(2);
     gl_deferred_glVertexAttribIPointer(2, 3, 0x1404, 20, game);
     gl_deferred_glVertexAttribDivisor(2, 4);
     before = drains();
-    auto attrib = [](GLuint index, GLenum pname) {
-        GLint value = -1;
-        gl_deferred_glGetVertexAttribiv(index, pname, &value);
-        return value;
-    };
-    EXPECT_EQ(attrib(2, 0x8623), 3) << "size";
-    EXPECT_EQ(attrib(2, 0x88FD), 1) << "integer";
-    EXPECT_EQ(attrib(2, 0x889F), 0) << "a client attribute reads no buffer";
-    GLfloat real = -1;
-    gl_deferred_glGetVertexAttribfv(2, 0x88FE, &real);
-    EXPECT_EQ(real, 4.f);
-    void* pointer = nullptr;
-    gl_deferred_glGetVertexAttribPointerv(2, 0x8645, &pointer);
-    EXPECT_EQ(pointer, game);
+    auto attrib = [](GLuint i, GLenum p) { return fetch(gl_deferred_glGetVertexAttribiv, i, p); };
+    EXPECT_EQ((Ints{attrib(2, 0x8623), attrib(2, 0x88FD), attrib(2, 0x889F)}), (Ints{3, 1, 0}));
+    EXPECT_EQ(fetch<GLfloat>(gl_deferred_glGetVertexAttribfv, 2, 0x88FE), 4.f);
+    EXPECT_EQ(fetch<void*>(gl_deferred_glGetVertexAttribPointerv, 2, 0x8645), game);
     EXPECT_EQ(drains(), before);
 
     attrib(7, 0x8623);  // never touched
@@ -405,13 +339,9 @@ TEST_F(Client, GetsAnswerFromTheShadowWithoutADrain) {
 }
 
 TEST_F(Client, DrawBuffersLearnsTheLimitOnceAndThenCopies) {
-    fake::setHandler("glGetIntegerv", [](const fake::Call& c) {
-        *pointerArg<GLint>(c, 1) = 2;
-        return 0;
-    });
+    writeBack<GLint>("glGetIntegerv", 1, [](auto&) { return 2; });
     std::vector<GLenum> seenBuffers;
-    test::keepArray("glDrawBuffers", 1, seenBuffers,
-                    [](const fake::Call& c) { return c.args[0].bits; });
+    keepArray("glDrawBuffers", 1, seenBuffers, [](const fake::Call& c) { return c.args[0].bits; });
     GLenum buffers[3] = {0x8CE0, 0x8CE1, 0x8CE2};
     auto before = drains();
     gl_deferred_glDrawBuffers(2, buffers);
@@ -421,9 +351,7 @@ TEST_F(Client, DrawBuffersLearnsTheLimitOnceAndThenCopies) {
     buffers[0] = 0;
     gl_deferred_glFinish();
     EXPECT_EQ(drains(), before + 2) << "the finish alone";
-    auto calls = fake::callsOf("glDrawBuffers");
-    ASSERT_EQ(calls.size(), 4u) << "twice the first, then one each";
-    EXPECT_EQ(calls[2].args[0].bits, 3u);
+    EXPECT_EQ(argOf("glDrawBuffers", 0), (Bits{2, 2, 3, 1})) << "twice the first, then one each";
     EXPECT_EQ(seenBuffers, (std::vector<GLenum>{0x8CE0})) << "a copy of the game's array";
 }
 

@@ -11,15 +11,13 @@
 #include "velour/utils/Configuration.h"
 
 using namespace velour;
-using velour::test::Deferred;
-using velour::test::pointerArg;
-using velour::test::threadId;
+using namespace velour::test;
 
 namespace {
 
-TEST_F(Deferred, RecordedCallsReplayInOrderOnTheWorker) {
-    bind(core::MODE_DEFERRED);
-    fake::clearCalls();
+using Protocol = Bound;  // a deferred context bound
+
+TEST_F(Protocol, RecordedCallsReplayInOrderOnTheWorker) {
     gl_deferred_glClearColor(0.f, 0.5f, 1.f, 1.f);
     gl_deferred_glClear(0x4000);
     gl_deferred_glBlendFunc(1, 0);
@@ -31,25 +29,19 @@ TEST_F(Deferred, RecordedCallsReplayInOrderOnTheWorker) {
     });
     auto before = executor().counters();
     EXPECT_EQ(gl_deferred_glGetError(), 0x502u) << "a drain, then the worker's answer";
-    EXPECT_EQ(drains(), before.drains + 1);
     EXPECT_GE(executor().counters().drainNanoseconds - before.drainNanoseconds, 5000000u);
-    // Immediate calls run on the game's thread, with no drain; so does link
-    // status, the one answer of glGetProgramiv that needs no drain.
+    // Immediate calls run on the game's thread with no drain; so does link status.
     gl_deferred_glGetUniformLocation(1, "u");
-    GLint status = 0;
-    gl_deferred_glGetProgramiv(1, 35714, &status);
+    fetch(gl_deferred_glGetProgramiv, 1, 35714);
     EXPECT_EQ(drains(), before.drains + 1);
     EXPECT_EQ(trace(),
-              (std::vector<std::string>{"worker glClearColor", "worker glClear",
-                                        "worker glBlendFunc", "worker glGetError",
-                                        "game glGetUniformLocation", "game glGetProgramiv"}));
+              (Names{"worker glClearColor", "worker glClear", "worker glBlendFunc",
+                     "worker glGetError", "game glGetUniformLocation", "game glGetProgramiv"}));
 }
 
-TEST_F(Deferred, RecordedPointerDataIsACopy) {
-    bind(core::MODE_DEFERRED);
+TEST_F(Protocol, RecordedPointerDataIsACopy) {
     std::vector<float> seen;
-    test::keepArray("glUniform4fv", 2, seen,
-                    [](const fake::Call& c) { return 4 * c.args[1].bits; });
+    keepArray("glUniform4fv", 2, seen, [](const fake::Call& c) { return 4 * c.args[1].bits; });
     float values[8] = {1, 2, 3, 4, 5, 6, 7, 8};
     auto copied = executor().counters().copiedBytes;
     gl_deferred_glUniform4fv(3, 2, values);
@@ -65,16 +57,14 @@ TEST_F(Deferred, RecordedPointerDataIsACopy) {
     gl_deferred_glDeleteTextures(0, nullptr);
     gl_deferred_glBindAttribLocation(1, 0, "");
     gl_deferred_glFinish();
-    auto uniform = fake::callsOf("glUniform4fv");
-    EXPECT_NE(uniform.back().args[2].bits, 0u);
-    EXPECT_NE(uniform.back().args[2].bits, reinterpret_cast<std::uintptr_t>(values));
-    EXPECT_EQ(fake::callsOf("glDeleteTextures").back().args[1].bits, 0u);
-    EXPECT_EQ(fake::callsOf("glBindAttribLocation").back().args[2].bits, 0u)
-        << "an empty name reaches the driver as null";
+    auto uniform = argOf("glUniform4fv", 2).back();
+    EXPECT_TRUE(uniform != 0 && uniform != bitsOf(values)) << uniform;
+    EXPECT_EQ((Bits{argOf("glDeleteTextures", 1).back(), argOf("glBindAttribLocation", 2).back()}),
+              (Bits{0, 0}))
+        << "an empty name reaches the driver as null too";
 }
 
-TEST_F(Deferred, SwapEndsTheFrameOnTheWorkerAndLeavesWarmUpAfterHundredFrames) {
-    bind(core::MODE_DEFERRED);
+TEST_F(Protocol, SwapEndsTheFrameOnTheWorkerAndLeavesWarmUpAfterHundredFrames) {
     utils::Configuration::global().sets("orlo.de.job_queue_count", "3");
     utils::Configuration::global().sets("de.job_queue_count", "3");
     auto& ex = executor();
@@ -94,13 +84,11 @@ TEST_F(Deferred, SwapEndsTheFrameOnTheWorkerAndLeavesWarmUpAfterHundredFrames) {
     char value[PROP_VALUE_MAX] = {};
     __system_property_get("vendor.nimbo.orlo.thread.render.id", value);
     EXPECT_EQ(std::string(value), std::to_string(threadId()));
-    // 60 draws a frame with early submission every 20th: three hand-overs for
-    // the draws and one for the swap, per frame.
+    // Per frame: three early hand-overs for the 60 draws, and the swap's.
     EXPECT_GE(ex.counters().handOvers, 101u * 4);
 }
 
-TEST_F(Deferred, FallbackSwitchesToImmediateModeAtTheSwap) {
-    bind(core::MODE_DEFERRED);
+TEST_F(Protocol, FallbackSwitchesToImmediateModeAtTheSwap) {
     core::context.gameConfig.fallback = 1;
     gl_deferred_glBlendFunc(1, 0);  // raises the flag on its way
     EXPECT_TRUE(core::DeferredExecutor::_fallbackImmediateMode);
@@ -112,19 +100,15 @@ TEST_F(Deferred, FallbackSwitchesToImmediateModeAtTheSwap) {
     gl_deferred_glClear(0x4000);  // wrappers are plain forwarders now
 
     // The worker lets go of the context and the game's thread takes it.
-    EXPECT_EQ(trace(), (std::vector<std::string>{"worker glBlendFunc", "worker eglMakeCurrent",
-                                                 "game eglMakeCurrent", "game eglSwapBuffers",
-                                                 "game glClear"}));
-    auto binds = fake::callsOf("eglMakeCurrent");
-    EXPECT_EQ(binds[0].args[3].bits, 0u);
-    EXPECT_EQ(binds[1].args[3].bits, reinterpret_cast<std::uintptr_t>(context));
+    EXPECT_EQ(trace(), (Names{"worker glBlendFunc", "worker eglMakeCurrent", "game eglMakeCurrent",
+                              "game eglSwapBuffers", "game glClear"}));
+    EXPECT_EQ(argOf("eglMakeCurrent", 3), (Bits{0, bitsOf(context)}));
     char tag[PROP_VALUE_MAX] = {};
     __system_property_get("vendor.nimbo.orlo.release.tag", tag);
     EXPECT_STREQ(tag, "1");
 }
 
-// Inline mode records and replays at the swap, immediate mode calls through:
-// both on the game's thread.
+// Inline mode records and replays at the swap, immediate mode calls through.
 TEST_F(Deferred, InlineAndImmediateModesCallOnTheGameThread) {
     for (unsigned mode : {core::MODE_DEFERRED_INLINE, core::MODE_IMMEDIATE}) {
         SCOPED_TRACE(mode);
@@ -133,20 +117,9 @@ TEST_F(Deferred, InlineAndImmediateModesCallOnTheGameThread) {
         gl_deferred_glClear(0x4000);
         EXPECT_EQ(fake::calls().size(), mode == core::MODE_IMMEDIATE ? 1u : 0u);
         core::egl::deferred::swapBuffers(display(), surface());
-        EXPECT_EQ(trace(), (std::vector<std::string>{"game glClear", "game eglSwapBuffers"}));
+        EXPECT_EQ(trace(), (Names{"game glClear", "game eglSwapBuffers"}));
         unbindAndDestroy();
     }
-}
-
-TEST_F(Deferred, DestroyReplaysEverythingFirst) {
-    bind(core::MODE_DEFERRED);
-    for (int i = 0; i < 300; ++i) gl_deferred_glClear(i);
-    unbindAndDestroy();
-    EXPECT_EQ(fake::callsOf("glClear").size(), 300u);
-    // Both real contexts go, the second one first.
-    auto destroyed = fake::callsOf("eglDestroyContext");
-    ASSERT_EQ(destroyed.size(), 2u);
-    EXPECT_EQ(destroyed[1].args[1].bits, 0x100u);
 }
 
 // exit() runs the driver's exit-time teardown, which the driver may have
@@ -188,14 +161,8 @@ TEST_F(Deferred, ExitFinishesTheRecordedCallsBeforeTheDriversTeardown) {
 // own handle and surfaces.
 TEST_F(Deferred, TwoRealContextsAndTheGamesView) {
     EGLContext first = bind(core::MODE_DEFERRED);
-    auto binds = fake::callsOf("eglMakeCurrent");
-    ASSERT_EQ(binds.size(), 2u);
-    EXPECT_EQ(binds[0].thread, threadId());
-    EXPECT_EQ(binds[0].args[3].bits, 0x101u);
-    EXPECT_EQ(binds[0].args[1].bits, 0u);
-    EXPECT_NE(binds[1].thread, threadId());
-    EXPECT_EQ(binds[1].args[3].bits, 0x100u);
-    EXPECT_EQ(binds[1].args[1].bits, reinterpret_cast<std::uintptr_t>(surface()));
+    EXPECT_EQ(callsWith("eglMakeCurrent", {1, 3}),
+              (Seen{{"game", {0, 0x101}}, {"worker", {bitsOf(surface()), 0x100}}}));
     EXPECT_EQ(core::egl::deferred::getCurrentContext(), context);
     EXPECT_EQ(core::egl::deferred::getCurrentSurface(EGL_DRAW), surface());
 
@@ -204,33 +171,41 @@ TEST_F(Deferred, TwoRealContextsAndTheGamesView) {
         core::egl::deferred::createContext(display(), nullptr, EGL_NO_CONTEXT, nullptr);
     fake::clearCalls();
     core::egl::deferred::makeCurrent(display(), surface(), surface(), second);
-    binds = fake::callsOf("eglMakeCurrent");
-    ASSERT_GE(binds.size(), 2u);
-    EXPECT_EQ(binds[0].args[3].bits, reinterpret_cast<std::uintptr_t>(first));
-    EXPECT_EQ(binds[0].args[1].bits, 0u) << "the old context, surfaceless";
-    EXPECT_NE(binds[0].thread, threadId()) << "on its worker";
-    EXPECT_EQ(binds.back().args[3].bits, reinterpret_cast<std::uintptr_t>(second));
+    // The old context surfaceless on its worker, then the new pair as above.
+    EXPECT_EQ(callsWith("eglMakeCurrent", {1, 3}),
+              (Seen{{"worker", {0, bitsOf(first)}},
+                    {"game", {0, 0x103}},
+                    {"worker", {bitsOf(surface()), bitsOf(second)}}}));
     core::egl::deferred::makeCurrent(display(), EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
     core::egl::deferred::destroyContext(display(), second);
 }
 
-TEST_F(Deferred, SecondContextFailureDestroysTheFirst) {
-    core::context.gameConfig.runtimeMode = core::MODE_DEFERRED;
+// Destroying replays everything first, then both real contexts go, the second
+// first; when the second cannot be made, the first goes at once.
+TEST_F(Protocol, DestroyReplaysEverythingAndEndsBothRealContexts) {
+    for (int i = 0; i < 300; ++i) gl_deferred_glClear(i);
+    unbindAndDestroy();
+    EXPECT_EQ(count("glClear"), 300u);
+    EXPECT_EQ(argOf("eglDestroyContext", 1), (Bits{0x101, 0x100}));
+
+    fake::clearCalls();
     fake::setHandler("eglCreateContext", [](const fake::Call& c) {
         return c.args[2].bits == 0 ? 0x100u : 0u;  // only the one without a share context
     });
     EXPECT_EQ(core::egl::deferred::createContext(display(), nullptr, EGL_NO_CONTEXT, nullptr),
               EGL_NO_CONTEXT);
-    auto destroyed = fake::callsOf("eglDestroyContext");
-    ASSERT_EQ(destroyed.size(), 1u);
-    EXPECT_EQ(destroyed[0].args[1].bits, 0x100u);
+    EXPECT_EQ(argOf("eglDestroyContext", 1), (Bits{0x100}));
 }
 
-TEST_F(Deferred, DestroyFromAnotherThreadDestroysAtOnce) {
-    bind(core::MODE_DEFERRED);
-    // The branch meant to postpone this never runs: the context goes at once,
-    // and the binding thread's record dangles.
-    std::thread([&] { core::egl::deferred::destroyContext(display(), context); }).join();
+// A thread without a context forwards. A destroy from it is meant to be
+// postponed, but that branch never runs: the context goes at once, and the
+// binding thread's record dangles.
+TEST_F(Protocol, AnotherThreadForwardsAndDestroysAtOnce) {
+    std::thread([&] {
+        gl_deferred_glClear(0x100);
+        EXPECT_EQ(count("glClear"), 1u);
+        core::egl::deferred::destroyContext(display(), context);
+    }).join();
     {
         std::lock_guard<std::mutex> lock(core::context.renderContextMutex);
         EXPECT_EQ(core::context.renderContexts.count(context), 0u);
@@ -240,109 +215,77 @@ TEST_F(Deferred, DestroyFromAnotherThreadDestroysAtOnce) {
     context = EGL_NO_CONTEXT;
 }
 
-TEST_F(Deferred, ThreadWithoutContextForwards) {
-    bind(core::MODE_DEFERRED);
-    std::thread([] {
-        gl_deferred_glClear(0x100);
-        EXPECT_EQ(fake::callsOf("glClear").size(), 1u);
-    }).join();
-}
-
 // --- Name pools and fences: answered on the game's thread, made real in stream
 // order on the worker. ----------------------------------------------------------
 
-// A driver that hands out names counting up from 1.
-void countingNames() {
-    static unsigned next;
-    next = 1;
+TEST_F(Protocol, NamePoolServesFromAheadAndRefillsInTheBackground) {
+    unsigned next = 1;  // a driver that hands out names counting up from 1
     for (const char* gen : {"glGenTextures", "glGenBuffers"})
-        fake::setHandler(gen, [](const fake::Call& c) {
-            for (std::uint64_t i = 0; i < c.args[0].bits; ++i)
-                pointerArg<unsigned>(c, 1)[i] = next++;
+        fake::setHandler(gen, [&next](const fake::Call& c) {
+            for (std::uint64_t i = 0; i < c.args[0].bits; ++i) pointerArg<GLuint>(c, 1)[i] = next++;
             return 0;
         });
-}
-
-TEST_F(Deferred, NamePoolServesFromAheadAndRefillsInTheBackground) {
-    bind(core::MODE_DEFERRED);
-    countingNames();
     auto& names = executor().handler<GLNamesHandler>();
 
     GLuint none = 7;
     gl_deferred_glGenTextures(0, &none);
     gl_deferred_glGenTextures(3, nullptr);
     EXPECT_EQ(none, 7u);
-    EXPECT_TRUE(fake::callsOf("glGenTextures").empty()) << "no job for nothing";
+    EXPECT_EQ(count("glGenTextures"), 0u) << "no job for nothing";
 
+    // The first drains, later ones do not; names come from the back of the pool.
     auto before = drains();
-    GLuint t = 0;
-    gl_deferred_glGenTextures(1, &t);
-    EXPECT_EQ(drains(), before + 1) << "the first one drains";
-    EXPECT_EQ(t, 32u) << "names come from the back of the pool";
-    EXPECT_EQ(names.pooled(names.textures), 31u);
-
-    gl_deferred_glGenTextures(1, &t);
-    EXPECT_EQ(drains(), before + 1) << "later ones do not";
-    EXPECT_EQ(t, 31u);
+    auto gen = [] { return fetch<GLuint>(gl_deferred_glGenTextures, 1); };
+    EXPECT_EQ((Bits{gen(), names.pooled(names.textures), drains() - before}), (Bits{32, 31, 1}));
+    EXPECT_EQ((Bits{gen(), drains() - before}), (Bits{31, 1}));
     gl_deferred_glFinish();
     EXPECT_EQ(names.pooled(names.textures), 30u + 32u) << "a background refill of 32 ran";
-    auto gens = fake::callsOf("glGenTextures");
-    ASSERT_EQ(gens.size(), 2u);
-    EXPECT_NE(gens[1].thread, threadId());
+    EXPECT_EQ(callsWith("glGenTextures", {0}), (Seen{{"worker", {32}}, {"worker", {32}}}));
 
     // More than pooled: one refill of exactly that many, and the old ones stay.
     std::vector<GLuint> many(100);
     gl_deferred_glGenBuffers(100, many.data());
-    EXPECT_EQ(fake::callsOf("glGenBuffers").back().args[0].bits, 100u);
+    EXPECT_EQ(argOf("glGenBuffers", 0).back(), 100u);
     EXPECT_EQ(names.pooled(names.buffers), 0u);
 
-    // Unused names go back to the driver with the context.
+    // Unused names go back to the driver with the context; an empty pool's none.
     unbindAndDestroy();
-    auto deleted = fake::callsOf("glDeleteTextures");
-    ASSERT_EQ(deleted.size(), 1u);
-    EXPECT_EQ(deleted[0].args[0].bits, 62u);
-    EXPECT_TRUE(fake::callsOf("glDeleteBuffers").empty()) << "an empty pool gives back nothing";
+    EXPECT_EQ(argOf("glDeleteTextures", 0), (Bits{62}));
+    EXPECT_EQ(count("glDeleteBuffers"), 0u);
 }
 
-TEST_F(Deferred, FencesAreMadeInStreamOrderAndHandlesCountFromOne) {
-    bind(core::MODE_DEFERRED);
+TEST_F(Protocol, FencesAreMadeInStreamOrderAndHandlesCountFromOne) {
     std::uint32_t base = core::FenceSyncManager::_proxy;
     std::uint64_t made = 0xf00;
     fake::setHandler("glFenceSync", [&](const fake::Call&) { return made++; });
     fake::setReturn("glClientWaitSync", 0x911A);  // GL_ALREADY_SIGNALED
-    fake::clearCalls();
 
-    // Deleted before its job is sent: never made, nor deleted; its handle is
-    // the first.
+    // Deleted before its job is sent: never made, nor deleted; its handle is the first.
     gl_deferred_glDeleteSync(gl_deferred_glFenceSync(0x9117, 0));
     gl_deferred_glClear(1);
     GLsync fence = gl_deferred_glFenceSync(0x9117, 0);
-    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(fence), base + 2u);
-    EXPECT_TRUE(fake::callsOf("glFenceSync").empty()) << "no drain for a fence";
+    EXPECT_EQ(bitsOf(fence), base + 2u);
+    EXPECT_EQ(count("glFenceSync"), 0u) << "no drain for a fence";
 
-    // A wait on a fence whose job is unsent hands it over, then waits, on the
-    // game's thread with the real object.
+    // A wait on an unsent fence hands it over, then waits with the real object.
     EXPECT_EQ(gl_deferred_glClientWaitSync(fence, 0, 0), 0x911Au);
-    EXPECT_EQ(trace(), (std::vector<std::string>{"worker glClear", "worker glFenceSync",
-                                                 "game glClientWaitSync"}));
-    EXPECT_EQ(fake::callsOf("glClientWaitSync")[0].args[0].bits, 0xf00u);
+    EXPECT_EQ(trace(), (Names{"worker glClear", "worker glFenceSync", "game glClientWaitSync"}));
+    EXPECT_EQ(argOf("glClientWaitSync", 0), (Bits{0xf00}));
 
     // The server wait is recorded, and gets the real object too.
     GLsync other = gl_deferred_glFenceSync(0x9117, 0);
     gl_deferred_glWaitSync(other, 0, ~0ull);
     gl_deferred_glFinish();
-    EXPECT_EQ(fake::callsOf("glWaitSync").at(0).args[0].bits, 0xf01u);
+    EXPECT_EQ(argOf("glWaitSync", 0), (Bits{0xf01}));
 
     EXPECT_EQ(gl_deferred_glClientWaitSync(reinterpret_cast<GLsync>(0x7777), 0, 0), 1281u);
     EXPECT_EQ(gl_deferred_glIsSync(nullptr), 0);
     gl_deferred_glDeleteSync(nullptr);
     gl_deferred_glDeleteSync(fence);
-    EXPECT_EQ(fake::callsOf("glDeleteSync").size(), 1u);
-    EXPECT_EQ(fake::callsOf("glFenceSync").size(), 2u);
+    EXPECT_EQ((Bits{count("glDeleteSync"), count("glFenceSync")}), (Bits{1, 2}));
 }
 
-TEST_F(Deferred, EglFencesStandInForTheGamesHandle) {
-    bind(core::MODE_DEFERRED);
+TEST_F(Protocol, EglFencesStandInForTheGamesHandle) {
     std::uint64_t made = 0x5000;
     fake::setHandler("eglCreateSyncKHR", [&](const fake::Call&) { return made++; });
     fake::setReturn("eglDestroySyncKHR", EGL_TRUE);
@@ -351,21 +294,19 @@ TEST_F(Deferred, EglFencesStandInForTheGamesHandle) {
     EGLSyncKHR sync = gl_deferred_eglCreateSyncKHR(display(), EGL_SYNC_FENCE_KHR, nullptr);
     EXPECT_EQ(sync, reinterpret_cast<EGLSyncKHR>(0x5000)) << "the game's handle is real";
     EXPECT_EQ(gl_deferred_eglClientWaitSyncKHR(display(), sync, 0, 0), EGL_CONDITION_SATISFIED_KHR);
-    auto created = fake::callsOf("eglCreateSyncKHR");
-    ASSERT_EQ(created.size(), 2u);
-    EXPECT_EQ(created[0].thread, threadId());
-    EXPECT_NE(created[1].thread, threadId());
-    EXPECT_EQ(*pointerArg<const EGLint>(created[1], 2), EGL_NONE)
+    EXPECT_EQ(trace(), (Names{"game eglCreateSyncKHR", "worker eglCreateSyncKHR",
+                              "game eglClientWaitSyncKHR"}));
+    EXPECT_EQ(*pointerArg<const EGLint>(fake::callsOf("eglCreateSyncKHR")[1], 2), EGL_NONE)
         << "a null list is passed as EGL_NONE alone";
-    EXPECT_EQ(fake::callsOf("eglClientWaitSyncKHR").back().args[1].bits, 0x5001u);
+    EXPECT_EQ(argOf("eglClientWaitSyncKHR", 1), (Bits{0x5001}));
 
     EXPECT_EQ(gl_deferred_eglDestroySyncKHR(display(), sync), EGL_TRUE);
-    EXPECT_EQ(fake::callsOf("eglDestroySyncKHR").size(), 2u) << "both objects go";
+    EXPECT_EQ(count("eglDestroySyncKHR"), 2u) << "both objects go";
 
     // Another type is simply immediate: one object, no job.
     gl_deferred_eglCreateSyncKHR(display(), EGL_SYNC_NATIVE_FENCE_ANDROID, nullptr);
     gl_deferred_glFinish();
-    EXPECT_EQ(fake::callsOf("eglCreateSyncKHR").size(), 3u);
+    EXPECT_EQ(count("eglCreateSyncKHR"), 3u);
 }
 
 }  // namespace

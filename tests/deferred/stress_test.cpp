@@ -8,7 +8,7 @@
 #include "DeferredFixture.h"
 
 using namespace velour;
-using velour::test::Deferred;
+using namespace velour::test;
 
 namespace {
 
@@ -33,10 +33,8 @@ void frame(int i, std::atomic<GLsync>& published) {
 
 TEST_F(Deferred, ManyThreadsAndContexts) {
     core::context.gameConfig.runtimeMode = core::MODE_DEFERRED;
-    std::atomic<GLsync> fences[THREADS];
-    for (auto& f : fences) f = nullptr;
-    std::atomic<int> ready{0};
-    std::atomic<int> unbound{0};
+    std::atomic<GLsync> fences[THREADS] = {};
+    std::atomic<int> ready{0}, unbound{0};
     auto waitFor = [](std::atomic<int>& count) {
         while (count < THREADS) std::this_thread::yield();
     };
