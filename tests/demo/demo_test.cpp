@@ -5,12 +5,13 @@
 #include <gtest/gtest.h>
 #include <png.h>
 
-#include <cstring>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <regex>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "TestSysroot.h"
@@ -30,21 +31,15 @@ struct Image {
     }
 };
 
-// Empty when the file is no PNG.
+// Empty when the file is no PNG. Finishing the read frees libpng's state.
 Image decode(const fs::path& path) {
-    Image image;
-    png_image png;
-    std::memset(&png, 0, sizeof png);
+    png_image png{};
     png.version = PNG_IMAGE_VERSION;
-    if (!png_image_begin_read_from_file(&png, path.c_str())) return image;
+    if (!png_image_begin_read_from_file(&png, path.c_str())) return Image{};
     png.format = PNG_FORMAT_RGB;
-    image.rgb.resize(PNG_IMAGE_SIZE(png));
-    if (!png_image_finish_read(&png, nullptr, image.rgb.data(), 0, nullptr)) {
-        png_image_free(&png);
-        return Image{};
-    }
-    image.width = static_cast<int>(png.width);
-    image.height = static_cast<int>(png.height);
+    Image image{static_cast<int>(png.width), static_cast<int>(png.height),
+                std::vector<unsigned char>(PNG_IMAGE_SIZE(png))};
+    if (!png_image_finish_read(&png, nullptr, image.rgb.data(), 0, nullptr)) return Image{};
     return image;
 }
 
@@ -82,9 +77,8 @@ TEST_F(DemoTest, ShortRunWritesScreenshotsOfTheScene) {
         ASSERT_EQ(image.width, 128);
         ASSERT_EQ(image.height, 72);
         std::set<unsigned> colours;
-        for (std::size_t i = 0; i + 2 < image.rgb.size(); i += 3) {
+        for (std::size_t i = 0; i + 2 < image.rgb.size(); i += 3)
             colours.insert(image.rgb[i] << 16 | image.rgb[i + 1] << 8 | image.rgb[i + 2]);
-        }
         EXPECT_GT(colours.size(), 100u) << "the image is nearly uniform";
         // Sky above, ground below: the lit pass reached the screen right side up.
         const unsigned char* sky = image.at(64, 14);
@@ -101,16 +95,14 @@ TEST_F(DemoTest, ShortRunWritesScreenshotsOfTheScene) {
 TEST_F(DemoTest, OcclusionQueryDrivesTheHud) {
     const RunResult r = shoot(68, 34, dir_);
     ASSERT_EQ(r.status, 0) << r.err;
+    static const unsigned char YELLOW[] = {255, 210, 60};
     const auto yellowTextPixels = [&](const char* name) {
         const Image image = decode(dir_ / name);
         EXPECT_EQ(image.width, 128) << name;
         int count = 0;
-        for (int y = image.height - 16; y >= 0 && y < image.height; ++y) {
-            for (int x = 0; x < 96 && x < image.width; ++x) {
-                const unsigned char* p = image.at(x, y);
-                count += p[0] == 255 && p[1] == 210 && p[2] == 60;
-            }
-        }
+        for (int y = image.height - 16; y >= 0 && y < image.height; ++y)
+            for (int x = 0; x < 96 && x < image.width; ++x)
+                count += std::equal(image.at(x, y), image.at(x, y) + 3, YELLOW);
         return count;
     };
     EXPECT_GT(yellowTextPixels("frame-00034.png"), 40) << "no TARGET VISIBLE at frame 34";
@@ -120,12 +112,9 @@ TEST_F(DemoTest, OcclusionQueryDrivesTheHud) {
 // A failure exits 1 and a bad option 2, each with a message and no summary.
 TEST_F(DemoTest, FailuresExitWithAMessage) {
     std::ofstream(dir_ / "file") << "x";
-    const struct {
-        std::vector<std::string> args;
-        std::vector<std::string> environment;
-        int status;
-        const char* message;
-    } cases[] = {
+    // arguments, environment, status, message
+    using Case = std::tuple<std::vector<std::string>, std::vector<std::string>, int, const char*>;
+    const Case cases[] = {
         // No vendor library for the EGL dispatcher: no display can be had.
         {{"--frames", "2", "--quiet"},
          {"__EGL_VENDOR_LIBRARY_FILENAMES=" + (dir_ / "none.json").string()},
@@ -138,10 +127,10 @@ TEST_F(DemoTest, FailuresExitWithAMessage) {
          "velour-demo: cannot make"},
         {{"--size", "16x16"}, {}, 2, "velour-demo: --size wants a whole number from 32"},
     };
-    for (const auto& c : cases) {
-        const RunResult r = velour::test::run(VELOUR_DEMO, c.args, c.environment);
-        EXPECT_EQ(r.status, c.status) << c.message;
-        EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+    for (const auto& [args, environment, status, message] : cases) {
+        const RunResult r = velour::test::run(VELOUR_DEMO, args, environment);
+        EXPECT_EQ(r.status, status) << message;
+        EXPECT_NE(r.err.find(message), std::string::npos) << r.err;
         EXPECT_TRUE(r.out.empty()) << r.out;
     }
 }

@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <tuple>
+#include <utility>
+
 #include "TestSysroot.h"
 #include "ctrl/HearthAsyncService.h"
 #include "ctrl/PropertyConfig.h"
@@ -22,9 +25,7 @@ const char INI[] = "/odm/etc/tesselfx/velour.ini";
 const char DAT[] = "/odm/etc/tesselfx/velour.dat";
 
 struct ScriptedService : ctrl::GameService {
-    int supported = 1;
-    int registrations = 0;
-    int rusFetches = 0;
+    int supported = 1, registrations = 0, rusFetches = 0;
     void getHearthVersion() override {}
     void registerTesselCallback() override { ++registrations; }
     int getVelourSupported(const char*) override { return supported; }
@@ -54,25 +55,18 @@ class Settings : public ::testing::Test {
     ScriptedService service;
 };
 
+std::pair<bool, unsigned> decision(const GameConfig& config) {
+    return {config.enabled, config.runtimeMode};
+}
+
 const char BASIC[] =
     "; device settings\n"
-    "[com.example.game]\n"
-    "game=0\n"
-    "runtime_mode=2\n"
-    "enabled=1\n"
-    "[com.example.game.second]\n"
-    "game=0\n"
-    "runtime_mode=1\n"
-    "enabled=1\n";
+    "[com.example.game]\ngame=0\nruntime_mode=2\nenabled=1\n"
+    "[com.example.game.second]\ngame=0\nruntime_mode=1\nenabled=1\n";
 
 TEST_F(Settings, LookUpFollowsTheFileAndTheModeProperty) {
-    const struct {
-        const char* ini;
-        const char* name;
-        const char* modeProperty;
-        bool enabled;
-        unsigned mode;
-    } cases[] = {
+    // settings, process name, mode property, and the layer's decision
+    const std::tuple<const char*, const char*, const char*, bool, unsigned> cases[] = {
         // The first section whose name begins with the process name, in any case.
         {BASIC, "COM.example", "", true, 2},
         {BASIC, "com.example.game.second", "", true, 1},
@@ -90,16 +84,18 @@ TEST_F(Settings, LookUpFollowsTheFileAndTheModeProperty) {
         // This host reports no MediaTek hardware, so a known game runs hooks only.
         {"[g]\ngame=2\nruntime_mode=0\nenabled=1\n", "g", "", true, 3},
     };
-    for (const auto& c : cases) {
-        __system_property_set("vendor.nimbo.orlo.mode", c.modeProperty);
+    for (const auto& [ini, name, modeProperty, enabled, mode] : cases) {
+        __system_property_set("vendor.nimbo.orlo.mode", modeProperty);
         service.registrations = 0;
-        GameConfig config = lookUp(c.ini, c.name);
-        EXPECT_STREQ(config.processName, c.name);
-        EXPECT_EQ(config.enabled, c.enabled) << c.name << " " << c.ini;
-        EXPECT_EQ(config.runtimeMode, c.mode) << c.name << " " << c.ini;
+        GameConfig config = lookUp(ini, name);
+        EXPECT_STREQ(config.processName, name);
+        EXPECT_EQ(decision(config), std::pair(enabled, mode)) << name << " " << ini;
         // Only a complete section asks the service.
-        EXPECT_EQ(service.registrations, c.enabled ? 1 : 0) << c.name << " " << c.ini;
+        EXPECT_EQ(service.registrations, enabled ? 1 : 0) << name << " " << ini;
     }
+    // Nothing catches this at start-up: a broken settings file ends the process
+    // rather than run the layer half-configured.
+    EXPECT_THROW(lookUp("[p]\ngame=x\nruntime_mode=1\nenabled=1\n", "p"), std::invalid_argument);
 }
 
 TEST_F(Settings, OptionalKeysAreReadWithTheLayerOff) {
@@ -108,64 +104,49 @@ TEST_F(Settings, OptionalKeysAreReadWithTheLayerOff) {
         "[p]\ngame=0\nruntime_mode=1\nenabled=0\ndisable_any_samples_passed=1\n"
         "disable_egl_time_stamps=7\n",
         "p");
-    EXPECT_FALSE(config.enabled);
-    EXPECT_TRUE(config.disableAnySamplesPassed);
-    EXPECT_TRUE(config.disableEglTimeStamps);
+    EXPECT_EQ(
+        std::tuple(config.enabled, config.disableAnySamplesPassed, config.disableEglTimeStamps),
+        std::tuple(false, true, true));
 }
 
 TEST_F(Settings, ServiceAnswersDecide) {
     service.supported = 0;
-    GameConfig config = lookUp(BASIC, "com.example.game");
-    EXPECT_TRUE(config.enabled);
-    EXPECT_EQ(config.runtimeMode, 3u);
+    EXPECT_EQ(decision(lookUp(BASIC, "com.example.game")), std::pair(true, 3u));
     EXPECT_EQ(service.rusFetches, 1);
 
     for (int answer : {2, 4}) {
         service.supported = answer;
         service.registrations = 0;
-        config = lookUp(BASIC, "com.example.game");
-        EXPECT_FALSE(config.enabled) << answer;
+        EXPECT_FALSE(lookUp(BASIC, "com.example.game").enabled) << answer;
         EXPECT_EQ(service.registrations, 1) << "the callback is registered all the same";
     }
     EXPECT_EQ(service.rusFetches, 1);
 
     // An unreachable service leaves the file to decide.
     ctrl::setGameServiceForTesting(nullptr);
-    config = lookUp(BASIC, "com.example.game");
-    EXPECT_TRUE(config.enabled);
-    EXPECT_EQ(config.runtimeMode, 2u);
+    EXPECT_EQ(decision(lookUp(BASIC, "com.example.game")), std::pair(true, 2u));
 }
 
 TEST_F(Settings, WrappedFileWinsAndABrokenOneFallsBackToThePlainFile) {
     test::g_sysroot->write(DAT, utils::wrapDat("[wrapped]\ngame=0\nruntime_mode=4\nenabled=1\n"));
-    GameConfig config = lookUp(BASIC, "wrapped");
-    EXPECT_TRUE(config.enabled);
-    EXPECT_EQ(config.runtimeMode, 4u);
+    EXPECT_EQ(decision(lookUp(BASIC, "wrapped")), std::pair(true, 4u));
     EXPECT_FALSE(lookUp(BASIC, "com.example.game").enabled);
 
     test::g_sysroot->write(DAT, "this is not base64 at all!");
     EXPECT_TRUE(lookUp(BASIC, "com.example.game").enabled);
 }
 
-TEST_F(Settings, BadNumberThrows) {
-    // At start-up nothing catches this: the process ends, as a device with a
-    // broken settings file should not run the layer half-configured.
-    EXPECT_THROW(lookUp("[p]\ngame=x\nruntime_mode=1\nenabled=1\n", "p"), std::invalid_argument);
-}
-
 TEST_F(Settings, EffectPropertiesRoundTripThroughThePoll) {
     test::g_sysroot->write(INI, BASIC);
     ctrl::PropertyConfig config;
-    config.setRenderMode(1);
-    config.setEffectPass(5);
-    usleep(550 * 1000);
-    EXPECT_EQ(config.getRenderMode(), 0u) << "right reads back as left";
-    EXPECT_EQ(config.getEffectPass(), 5u);
-    config.setRenderMode(7);
-    config.setEffectPass(6);
-    usleep(550 * 1000);
-    EXPECT_EQ(config.getRenderMode(), 2u);
-    EXPECT_EQ(config.getEffectPass(), 6u);
+    // Render mode and pass set, then read back: right reads back as left.
+    for (auto [mode, pass, modeRead] : {std::tuple{1u, 5u, 0u}, {7u, 6u, 2u}}) {
+        config.setRenderMode(mode);
+        config.setEffectPass(pass);
+        usleep(550 * 1000);
+        EXPECT_EQ(std::pair(config.getRenderMode(), config.getEffectPass()),
+                  std::pair(modeRead, pass));
+    }
     config.setEffect("hdr");
     EXPECT_EQ(config.getEffect(), "hdr");
     char value[PROP_VALUE_MAX];

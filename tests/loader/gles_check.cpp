@@ -1,9 +1,7 @@
-// A small GLES 2 program for the loader tests, built three ways that reach EGL
-// and GLES as real programs do: linked (GLES_CHECK_LINKED), dlopen and dlsym
-// on the handle (GLES_CHECK_DLOPEN), or eglGetProcAddress for everything
-// (GLES_CHECK_GPA). It clears a pbuffer, draws a scissored triangle over its
-// left half, and prints the pixels it reads back and where its functions come
-// from. Options: --threads N resolves a first name from N threads at once.
+// The loader tests' GLES 2 program, reaching EGL and GLES linked, by dlopen and
+// dlsym, or by eglGetProcAddress alone (GLES_CHECK_LINKED, _DLOPEN, _GPA). It
+// draws a scissored triangle over a clear and prints pixels read back and where
+// its functions come from. --threads N first resolves a name from N threads.
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
 #include <GLES2/gl2.h>
@@ -18,47 +16,22 @@
 
 namespace {
 
-#define EGL_FUNCTIONS(X)                                       \
-    X(PFNEGLGETPLATFORMDISPLAYPROC, eglGetPlatformDisplay)     \
-    X(PFNEGLINITIALIZEPROC, eglInitialize)                     \
-    X(PFNEGLBINDAPIPROC, eglBindAPI)                           \
-    X(PFNEGLCHOOSECONFIGPROC, eglChooseConfig)                 \
-    X(PFNEGLCREATEPBUFFERSURFACEPROC, eglCreatePbufferSurface) \
-    X(PFNEGLCREATECONTEXTPROC, eglCreateContext)               \
-    X(PFNEGLMAKECURRENTPROC, eglMakeCurrent)                   \
-    X(PFNEGLSWAPBUFFERSPROC, eglSwapBuffers)                   \
-    X(PFNEGLDESTROYSURFACEPROC, eglDestroySurface)             \
-    X(PFNEGLDESTROYCONTEXTPROC, eglDestroyContext)             \
-    X(PFNEGLTERMINATEPROC, eglTerminate)                       \
-    X(PFNEGLGETERRORPROC, eglGetError)
-
-#define GL_FUNCTIONS(X)                                            \
-    X(PFNGLCLEARCOLORPROC, glClearColor)                           \
-    X(PFNGLCLEARPROC, glClear)                                     \
-    X(PFNGLVIEWPORTPROC, glViewport)                               \
-    X(PFNGLENABLEPROC, glEnable)                                   \
-    X(PFNGLSCISSORPROC, glScissor)                                 \
-    X(PFNGLCREATESHADERPROC, glCreateShader)                       \
-    X(PFNGLSHADERSOURCEPROC, glShaderSource)                       \
-    X(PFNGLCOMPILESHADERPROC, glCompileShader)                     \
-    X(PFNGLCREATEPROGRAMPROC, glCreateProgram)                     \
-    X(PFNGLATTACHSHADERPROC, glAttachShader)                       \
-    X(PFNGLBINDATTRIBLOCATIONPROC, glBindAttribLocation)           \
-    X(PFNGLLINKPROGRAMPROC, glLinkProgram)                         \
-    X(PFNGLGETPROGRAMIVPROC, glGetProgramiv)                       \
-    X(PFNGLUSEPROGRAMPROC, glUseProgram)                           \
-    X(PFNGLGENBUFFERSPROC, glGenBuffers)                           \
-    X(PFNGLBINDBUFFERPROC, glBindBuffer)                           \
-    X(PFNGLBUFFERDATAPROC, glBufferData)                           \
-    X(PFNGLVERTEXATTRIBPOINTERPROC, glVertexAttribPointer)         \
-    X(PFNGLENABLEVERTEXATTRIBARRAYPROC, glEnableVertexAttribArray) \
-    X(PFNGLDRAWARRAYSPROC, glDrawArrays)                           \
-    X(PFNGLREADPIXELSPROC, glReadPixels)                           \
-    X(PFNGLGETSTRINGPROC, glGetString)                             \
-    X(PFNGLGETERRORPROC, glGetError)
+// clang-format off
+#define EGL_FUNCTIONS(X)                                                                \
+    X(eglGetPlatformDisplay) X(eglInitialize) X(eglBindAPI) X(eglChooseConfig)          \
+    X(eglCreatePbufferSurface) X(eglCreateContext) X(eglMakeCurrent) X(eglSwapBuffers)  \
+    X(eglDestroySurface) X(eglDestroyContext) X(eglTerminate) X(eglGetError)
+#define GL_FUNCTIONS(X)                                                                 \
+    X(glClearColor) X(glClear) X(glViewport) X(glEnable) X(glScissor) X(glCreateShader) \
+    X(glShaderSource) X(glCompileShader) X(glCreateProgram) X(glAttachShader)           \
+    X(glBindAttribLocation) X(glLinkProgram) X(glGetProgramiv) X(glUseProgram)          \
+    X(glGenBuffers) X(glBindBuffer) X(glBufferData) X(glVertexAttribPointer)            \
+    X(glEnableVertexAttribArray) X(glDrawArrays) X(glReadPixels) X(glGetString)         \
+    X(glGetError)
+// clang-format on
 
 struct Api {
-#define DECLARE(type, name) type name = nullptr;
+#define DECLARE(name) decltype(&::name) name = nullptr;
     EGL_FUNCTIONS(DECLARE)
     GL_FUNCTIONS(DECLARE)
 #undef DECLARE
@@ -85,8 +58,8 @@ const void* asAddress(void (*fn)()) {
 void* egl = nullptr;
 void* gles = nullptr;
 
-#define TAKE_EGL(type, name) api.name = reinterpret_cast<type>(dlsym(egl, #name));
-#define TAKE_GL(type, name) api.name = reinterpret_cast<type>(dlsym(gles, #name));
+#define TAKE_EGL(name) api.name = reinterpret_cast<decltype(api.name)>(dlsym(egl, #name));
+#define TAKE_GL(name) api.name = reinterpret_cast<decltype(api.name)>(dlsym(gles, #name));
 
 void openApi(Api& api) {
     egl = dlopen("libEGL.so.1", RTLD_NOW | RTLD_LOCAL);
@@ -102,9 +75,9 @@ void openApi(Api& api) {
 #else
 
 #if defined(GLES_CHECK_LINKED)
-#define TAKE_EGL(type, name) api.name = &::name;
+#define TAKE_EGL(name) api.name = &::name;
 #elif defined(GLES_CHECK_GPA)
-#define TAKE_EGL(type, name) api.name = reinterpret_cast<type>(api.getProcAddress(#name));
+#define TAKE_EGL(name) api.name = reinterpret_cast<decltype(api.name)>(api.getProcAddress(#name));
 #else
 #error "choose a variant"
 #endif
@@ -119,7 +92,7 @@ void openApi(Api& api) {
 void loadApi(Api& api) {
     EGL_FUNCTIONS(TAKE_EGL)
     GL_FUNCTIONS(TAKE_GL)
-#define CHECK(type, name) \
+#define CHECK(name) \
     if (!api.name) fail("no " #name);
     EGL_FUNCTIONS(CHECK)
     GL_FUNCTIONS(CHECK)

@@ -32,5 +32,4 @@ for mode in 3 4 0 1 2; do
 done
 grep -q "velour-loader: glClear -> $layer" "$work/mode4.log" || fail "mode 4: glClear not wrapped"
 
-[ "$failures" -eq 0 ] && echo "replay: all passed"
-[ "$failures" -eq 0 ]
+[ "$failures" -eq 0 ] && echo "replay: all passed" || exit 1

@@ -15,6 +15,7 @@
 #include <regex>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -24,18 +25,18 @@
 #include "velour/utils/Process.h"
 
 // The log goes to the platform log, which a host's liblog writes to stderr,
-// and to a file under the sysroot; both are read back here. The property
-// store and the sysroot are this program's own, set before the first
-// property call.
+// and to a file under this program's own sysroot; both are read back here.
 
-namespace velour::test {
+namespace velour::core {
 namespace {
 
 struct TestEnvironment : ::testing::Environment {
-    TestEnvironment() : root(makeTempFolder("velour-log-tests")), sysroot(root + "/sysroot") {
+    TestEnvironment() : root(test::makeTempFolder("velour-log-tests")), sysroot(root + "/sysroot") {
         setenv("VELOUR_PROPERTY_STORE", (root + "/properties").c_str(), 1);
         setenv("VELOUR_SYSROOT", sysroot.c_str(), 1);
+        // The process name may be a path: the log file is then deeper down.
         logFile = sysroot + "/sdcard/nimbo.orlo.velour." + utils::getProcessName() + ".log";
+        std::filesystem::create_directories(std::filesystem::path(logFile).parent_path());
         // A host's liblog drops debug and verbose entries by default.
         __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     }
@@ -48,36 +49,41 @@ struct TestEnvironment : ::testing::Environment {
 TestEnvironment* const g_environment =
     static_cast<TestEnvironment*>(::testing::AddGlobalTestEnvironment(new TestEnvironment));
 
-std::vector<std::string> readLines(const std::string& path) {
+using Lines = std::vector<std::string>;
+// priority letter ('V', 'D', 'I', 'W', 'E' or 'F') and text
+using Entries = std::vector<std::pair<char, std::string>>;
+
+// For each line of path, pattern's two groups and what follows the match; a
+// failure for a line that does not match.
+std::vector<Lines> parse(const std::string& path, const std::regex& pattern) {
+    std::vector<Lines> result;
     std::ifstream in(path);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
+    for (std::string line; std::getline(in, line);) {
+        std::smatch match;
+        if (std::regex_search(line, match, pattern)) {
+            result.push_back({match[1], match[2], match.suffix()});
+        } else {
+            ADD_FAILURE() << path << ": " << line;
+        }
+    }
+    return result;
 }
 
 // The log file's lines, each checked to begin with the date, the time, this
 // process's id and (unless 0) threadId, and returned without that stamp.
-std::vector<std::string> logFileLines(int threadId = 0) {
+Lines logFileLines(int threadId = 0) {
     static const std::regex stamp(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d +(\d+) +(\d+) : )");
-    std::vector<std::string> lines;
-    for (const std::string& line : readLines(g_environment->logFile)) {
-        std::smatch match;
-        if (!std::regex_search(line, match, stamp)) {
-            ADD_FAILURE() << "no stamp: " << line;
-            continue;
-        }
-        EXPECT_EQ(std::stoi(match[1]), getpid()) << line;
-        EXPECT_TRUE(threadId == 0 || std::stoi(match[2]) == threadId) << line;
-        lines.push_back(match.suffix());
+    Lines lines;
+    for (const Lines& m : parse(g_environment->logFile, stamp)) {
+        EXPECT_EQ(std::stoi(m[0]), getpid()) << m[2];
+        EXPECT_TRUE(threadId == 0 || std::stoi(m[1]) == threadId) << m[2];
+        lines.push_back(m[2]);
     }
     return lines;
 }
 
-// priority letter ('V', 'D', 'I', 'W', 'E' or 'F') and text
-using PlatformEntry = std::pair<char, std::string>;
-
 // What the platform log prints while `body` runs.
-std::vector<PlatformEntry> platformEntries(const std::function<void()>& body) {
+Entries platformEntries(const std::function<void()>& body) {
     const std::string path = g_environment->root + "/stderr";
     std::fflush(stderr);
     const int saved = dup(2), capture = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
@@ -90,60 +96,34 @@ std::vector<PlatformEntry> platformEntries(const std::function<void()>& body) {
 
     // liblog's host format: tag, priority letter, date, time, pid, tid, text.
     static const std::regex entry(R"(^velour ([VDIWEF]) \S+ \S+ +\d+ +\d+ (.*)$)");
-    std::vector<PlatformEntry> result;
-    for (const std::string& line : readLines(path)) {
-        std::smatch match;
-        if (std::regex_match(line, match, entry)) {
-            result.emplace_back(match[1].str()[0], match[2]);
-        } else {
-            ADD_FAILURE() << "not a platform log entry: " << line;
-        }
-    }
+    Entries result;
+    for (const Lines& m : parse(path, entry)) result.emplace_back(m[0][0], m[1]);
     return result;
 }
 
-}  // namespace
-}  // namespace velour::test
-
-namespace velour::core {
-namespace {
-
-using Entries = std::vector<test::PlatformEntry>;
-using Lines = std::vector<std::string>;
-
 class Log : public ::testing::Test {
   protected:
-    void SetUp() override {
-        std::filesystem::create_directories(
-            std::filesystem::path(test::g_environment->logFile).parent_path());
-        std::filesystem::remove(test::g_environment->logFile);
-    }
+    void SetUp() override { std::filesystem::remove(g_environment->logFile); }
     void TearDown() override { g_printSourceLocation = true; }
 };
 
 TEST_F(Log, EachLineOfAMessageIsAnEntryTaggedOnlyFirst) {
-    Entries entries = test::platformEntries([] {
+    Entries entries = platformEntries([] {
         log("src/x.cpp", 12, "work", LOG_ERROR, "first %d\nsecond\n\nlast", 1);
         log("src/x.cpp", 12, "work", LOG_BANNER, "\n  banner");
     });
     const std::string first = "[ERROR] [src/x.cpp:12] work - first 1";
-
     Entries expected = {{'E', first},      {'E', "        second"},
                         {'E', "        "}, {'E', "        last"},
                         {'I', ""},         {'I', "  banner"}};
     EXPECT_EQ(entries, expected);
     Lines fileLines = {first, "        second", "        ", "        last", "", "  banner"};
-    EXPECT_EQ(test::logFileLines(static_cast<int>(syscall(SYS_gettid))), fileLines);
+    EXPECT_EQ(logFileLines(static_cast<int>(syscall(SYS_gettid))), fileLines);
 }
 
 TEST_F(Log, TagsPrioritiesAndTheLocationSwitch) {
-    struct Case {
-        int severity;
-        char priority;
-        const char* tag;
-        bool located;  // with the switch on
-    };
-    const Case cases[] = {
+    // severity, priority, tag, and whether the switch on adds the location
+    const std::tuple<int, char, const char*, bool> cases[] = {
         {LOG_BANNER, 'I', "", false},         {LOG_FATAL, 'F', "[FATAL] ", true},
         {LOG_ERROR, 'E', "[ERROR] ", true},   {LOG_WARN, 'W', "[WARN ] ", true},
         {LOG_INFO, 'I', "[INFO ] ", false},   {LOG_DEBUG, 'D', "[DEBUG] ", true},
@@ -151,23 +131,22 @@ TEST_F(Log, TagsPrioritiesAndTheLocationSwitch) {
     };
     for (bool switchOn : {true, false}) {
         g_printSourceLocation = switchOn;
-        for (const Case& c : cases) {
-            Entries entries = test::platformEntries(
-                [&c] { log("src/x.cpp", 12, "work", c.severity, "message"); });
-            std::string text = std::string(c.tag) +
-                               (switchOn && c.located ? "[src/x.cpp:12] work - " : "") + "message";
-            EXPECT_EQ(entries, (Entries{{c.priority, text}}))
-                << "severity " << c.severity << ", switch " << switchOn;
+        for (const auto& [severity, priority, tag, located] : cases) {
+            std::string text = std::string(tag) +
+                               (switchOn && located ? "[src/x.cpp:12] work - " : "") + "message";
+            EXPECT_EQ(
+                platformEntries([s = severity] { log("src/x.cpp", 12, "work", s, "message"); }),
+                (Entries{{priority, text}}))
+                << "severity " << severity << ", switch " << switchOn;
         }
     }
 }
 
 TEST_F(Log, FileThatCannotBeOpenedLeavesThePlatformLog) {
-    // A folder where the file should be.
-    std::filesystem::create_directory(test::g_environment->logFile);
-    EXPECT_EQ(test::platformEntries([] { log("f", 1, "g", LOG_INFO, "still %s", "here"); }),
+    std::filesystem::create_directory(g_environment->logFile);  // where the file should be
+    EXPECT_EQ(platformEntries([] { log("f", 1, "g", LOG_INFO, "still %s", "here"); }),
               (Entries{{'I', "[INFO ] still here"}}));
-    std::filesystem::remove(test::g_environment->logFile);
+    std::filesystem::remove(g_environment->logFile);
 }
 
 // Formatting runs in parallel, writing does not: the lines of one message
@@ -178,20 +157,18 @@ TEST_F(Log, MessagesOfManyThreadsStayWhole) {
     auto filler = [](int thread, int message) {
         return std::string((thread + message) % 2 ? 10000 : 10, '.');
     };
-    test::platformEntries([&filler] {
+    platformEntries([&filler] {
         std::vector<std::thread> threads;
-        for (int t = 0; t < THREADS; ++t) {
+        for (int t = 0; t < THREADS; ++t)
             threads.emplace_back([t, &filler] {
-                for (int m = 0; m < MESSAGES; ++m) {
+                for (int m = 0; m < MESSAGES; ++m)
                     log("f", 1, "g", LOG_WARN, "T%d M%d %s\nT%d M%d tail", t, m,
                         filler(t, m).c_str(), t, m);
-                }
             });
-        }
         for (auto& thread : threads) thread.join();
     });
 
-    Lines lines = test::logFileLines();
+    Lines lines = logFileLines();
     ASSERT_EQ(lines.size(), size_t{2 * THREADS * MESSAGES});
     std::vector<int> next(THREADS, 0);
     for (size_t i = 0; i < lines.size(); i += 2) {
@@ -210,20 +187,14 @@ const char LEVEL[] = "vendor.nimbo.orlo.log.level";
 const char LOCATION[] = "vendor.nimbo.orlo.log.print_source_location";
 
 // Plain words that another thread writes: read them afresh each time.
-int severity() {
-    return *static_cast<volatile int*>(&g_enabledLogSeverity);
-}
-bool sourceLocation() {
-    return *static_cast<volatile bool*>(&g_printSourceLocation);
-}
+const auto severity = [] { return *static_cast<volatile int*>(&g_enabledLogSeverity); };
+const auto sourceLocation = [] { return *static_cast<volatile bool*>(&g_printSourceLocation); };
 
 // The watcher reads the keys every 500 ms, so a change shows within 1.5 s.
 bool soon(const std::function<bool()>& condition) {
-    auto deadline = std::chrono::steady_clock::now() + 1500ms;
-    while (!condition()) {
+    const auto deadline = std::chrono::steady_clock::now() + 1500ms;
+    for (; !condition(); std::this_thread::sleep_for(10ms))
         if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(10ms);
-    }
     return true;
 }
 
@@ -248,15 +219,15 @@ class LogSettings : public ::testing::Test {
 
 // What this is for: someone at a shell changes the level of a running game.
 TEST_F(LogSettings, LevelPropertySetsTheThreshold) {
-    test::ChildResult tool = test::runPropTool({"set", LEVEL, "6"});
-    ASSERT_EQ(tool.exitCode, 0) << tool.err;
+    test::RunResult tool = test::runPropTool({"set", LEVEL, "6"});
+    ASSERT_EQ(tool.status, 0) << tool.err;
     EXPECT_TRUE(soon([] { return severity() == LOG_VERBOSE; }));
     set(LEVEL, "0");
     EXPECT_TRUE(soon([] { return severity() == LOG_INFO; })) << "0 means the default";
 
     set(LEVEL, "-1");
     ASSERT_TRUE(soon([] { return severity() == -1; }));
-    EXPECT_TRUE(test::platformEntries([] { VELOUR_LOG(LOG_BANNER, "banner"); }).empty())
+    EXPECT_TRUE(platformEntries([] { VELOUR_LOG(LOG_BANNER, "banner"); }).empty())
         << "a negative level silences the banner too";
 }
 

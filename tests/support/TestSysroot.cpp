@@ -1,18 +1,11 @@
 #include "TestSysroot.h"
 
-#include <fcntl.h>
 #include <ftw.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
-
-extern char** environ;
 
 namespace velour::test {
 
@@ -22,13 +15,6 @@ void makeFolders(const std::string& path) {
     for (size_t at = path.find('/', 1); at != std::string::npos; at = path.find('/', at + 1))
         mkdir(path.substr(0, at).c_str(), 0755);
     mkdir(path.c_str(), 0755);
-}
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
 }
 
 }  // namespace
@@ -63,42 +49,8 @@ void TestSysroot::write(const std::string& devicePath, const std::string& text) 
     std::ofstream(file) << text;
 }
 
-RunResult run(const std::string& program, const std::vector<std::string>& args,
-              const std::vector<std::string>& extraEnvironment) {
-    std::vector<std::string> environment(extraEnvironment);
-    for (char** entry = environ; *entry; ++entry) {
-        std::string text = *entry;
-        std::string name = text.substr(0, text.find('=') + 1);
-        bool replaced = false;
-        for (auto& extra : extraEnvironment) replaced = replaced || extra.rfind(name, 0) == 0;
-        if (!replaced) environment.push_back(text);
-    }
-    std::vector<char*> envp;
-    for (auto& entry : environment) envp.push_back(const_cast<char*>(entry.c_str()));
-    envp.push_back(nullptr);
-
-    char outName[] = "/tmp/velour-run-out-XXXXXX";
-    char errName[] = "/tmp/velour-run-err-XXXXXX";
-    int out = mkstemp(outName);
-    int err = mkstemp(errName);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, out, 1);
-    posix_spawn_file_actions_adddup2(&actions, err, 2);
-    std::vector<char*> argv{const_cast<char*>(program.c_str())};
-    for (auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    pid_t pid = 0;
-    int status = -1;
-    if (posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data()) == 0)
-        waitpid(pid, &status, 0);
-    posix_spawn_file_actions_destroy(&actions);
-    close(out);
-    close(err);
-    RunResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(outName), slurp(errName)};
-    unlink(outName);
-    unlink(errName);
-    return result;
+std::string TestSysroot::read(const std::string& devicePath) const {
+    return readFile(path + devicePath);
 }
 
 }  // namespace velour::test

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <utility>
 
 #include "velour/utils/Strings.h"
 #include "velour/utils/SystemProperty.h"
@@ -69,12 +70,10 @@ TEST(Configuration, CutsTheComposedNameAt91Characters) {
 TEST(SystemProperty, FindsAPropertyCreatedAfterAFailedLookUp) {
     SystemProperty property("vendor.nimbo.test.late");
     EXPECT_EQ(property.getName(), "vendor.nimbo.test.late");
-    EXPECT_FALSE(property.exists());
-    EXPECT_EQ(property.getValue(), "");
-
+    EXPECT_EQ(std::pair(property.exists(), property.getValue()), std::pair(false, std::string()));
     property.setValue("here");
-    EXPECT_TRUE(property.exists());
-    EXPECT_EQ(property.getValue(), "here");
+    EXPECT_EQ(std::pair(property.exists(), property.getValue()),
+              std::pair(true, std::string("here")));
     property.setValue("changed");  // the cached record sees new values
     EXPECT_EQ(property.getValue(), "changed");
 }

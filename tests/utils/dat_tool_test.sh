@@ -49,23 +49,12 @@ cp "$work/filters.json" "$work/plain.dat"
 expect 1 "plain JSON" "$tool" validate --kind filter "$work/plain.dat"
 
 # Settings: good, missing keys, values the layer cannot read, and the wrapped form.
-cat >"$work/velour.ini" <<'INI'
-[com.example.game]
-game = 1
-runtime_mode=0
-enabled=1
-INI
+printf '[com.example.game]\ngame = 1\nruntime_mode=0\nenabled=1\n' >"$work/velour.ini"
 expect 0 "no problems" "$tool" check-ini "$work/velour.ini"
 "$tool" wrap "$work/velour.ini" "$work/velour.dat"
 expect 0 "no problems" "$tool" check-ini "$work/velour.dat"
-cat >"$work/bad.ini" <<'INI'
-[com.example.one]
-game=1
-[com.example.two]
-game=two
-runtime_mode=0x1
-enabled=1
-INI
+printf '[com.example.one]\ngame=1\n[com.example.two]\ngame=two\nruntime_mode=0x1\nenabled=1\n' \
+    >"$work/bad.ini"
 expect 1 "\[com.example.one\]: missing runtime_mode, enabled" "$tool" check-ini "$work/bad.ini"
 expect 1 '\[com.example.two\]: key "game": value "two" is not a decimal integer' \
     "$tool" check-ini "$work/bad.ini"
@@ -76,5 +65,4 @@ expect 2 "usage" "$tool"
 expect 2 "--kind game or --kind filter" "$tool" validate "$work/filters.json"
 expect 0 "check-ini" "$tool" --help
 
-[ "$failures" -eq 0 ] && echo "all dat tool checks passed"
-[ "$failures" -eq 0 ]
+[ "$failures" -eq 0 ] && echo "all dat tool checks passed" || exit 1

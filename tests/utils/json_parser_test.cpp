@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -7,6 +6,7 @@
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -19,23 +19,14 @@ using velour::utils::JsonParser;
 using velour::utils::wrapDat;
 using Strings = std::vector<std::string>;
 
-// A shipped data file in a folder of its own.
-class DataFile {
-  public:
+// A shipped data file, wrapped, removed at the end.
+struct DataFile {
     explicit DataFile(const std::string& json) {
-        char folder[] = "/tmp/velour-json-XXXXXX";
-        if (mkdtemp(folder) == nullptr) throw std::runtime_error("mkdtemp");
-        this->folder = folder;
-        path = this->folder + "/data.dat";
-        std::ofstream(path, std::ios::binary) << wrapDat(json);
+        close(mkstemp(path.data()));
+        std::ofstream(path) << wrapDat(json);
     }
-    ~DataFile() {
-        std::remove(path.c_str());
-        rmdir(folder.c_str());
-    }
-
-    std::string folder;
-    std::string path;
+    ~DataFile() { std::remove(path.c_str()); }
+    std::string path = "/tmp/velour-json-XXXXXX";
 };
 
 std::string versioned(const std::string& version, const std::string& marker) {
@@ -46,8 +37,7 @@ std::string versioned(const std::string& version, const std::string& marker) {
 
 std::string markerOf(const JsonParser& parser) {
     const picojson::value& root = parser.getRoot();
-    if (!root.is<picojson::object>()) return "<none>";
-    return root.get("marker").to_str();
+    return root.is<picojson::object>() ? root.get("marker").to_str() : "<none>";
 }
 
 // The service's update replaces the shipped file only when it is a whole,
@@ -69,11 +59,8 @@ TEST(JsonEdition, UpdateWinsOnlyWhenValidAndNewer) {
     std::string truncated = versioned("2.0.0", "update");
     truncated.pop_back();
     const std::string pad = ",\"p\":\"" + std::string(100, 'p') + "\"}";
-    const struct {
-        const char* shipped;
-        std::string update;
-        const char* kept;
-    } cases[] = {
+    const std::tuple<const char*, std::string, const char*> cases[] = {
+        // shipped, update, kept
         {"1.0.3", wrapDat(versioned("1.0.3", "update")), "shipped"},
         {"1.0.3", wrapDat(versioned("1.0.2", "update")), "shipped"},
         {"1.0.3", wrapDat(versioned("1.1.0", "update")), "update"},
@@ -86,9 +73,9 @@ TEST(JsonEdition, UpdateWinsOnlyWhenValidAndNewer) {
         {"1.0.0", wrapDat("{\"marker\":\"update\"" + pad), "shipped"},
         {"1.0.0", wrapDat("{\"version\":\"2.0\",\"marker\":\"update\"" + pad), "shipped"},
     };
-    for (const auto& c : cases) {
-        DataFile shipped(versioned(c.shipped, "shipped"));
-        EXPECT_EQ(markerOf(JsonParser("", shipped.path, c.update)), c.kept) << c.update;
+    for (const auto& [shipped, update, kept] : cases) {
+        DataFile file(versioned(shipped, "shipped"));
+        EXPECT_EQ(markerOf(JsonParser("", file.path, update)), kept) << update;
     }
 }
 
@@ -110,24 +97,20 @@ JsonParser parsed(const std::string& json) {
     return parser;
 }
 
-TEST(JsonQueries, GetLabelReadsAnyValueAsTextAndEmptyOnWrongShapes) {
+TEST(JsonQueries, LabelsAreAnyValueAsTextHashesOnlyStringsAndWrongShapesNothing) {
     JsonParser parser = parsed(
-        R"({"labelTracker":{"hud":["UI_Main",42,1.5,true],"none":"not a list"},"flat":[1]})");
+        R"({"labelTracker":{"hud":["UI_Main",42,1.5,true],"none":"not a list"},"flat":[1],
+        "textureTracker":{"UI":[{"value":"ab12"},{"value":7},"bare",{"other":"x"},{"value":"cd34"}]}})");
     EXPECT_EQ(parser.getLabel("labelTracker", "hud"), (Strings{"UI_Main", "42", "1.5", "true"}));
-    EXPECT_TRUE(parser.getLabel("labelTracker", "none").empty());
-    EXPECT_TRUE(parser.getLabel("labelTracker", "missing").empty());
-    EXPECT_TRUE(parser.getLabel("missing", "hud").empty());
-    EXPECT_TRUE(parser.getLabel("flat", "0").empty());
-
-    JsonParser arrayRoot = parsed("[1,2]");
-    EXPECT_TRUE(arrayRoot.getLabel("labelTracker", "hud").empty());
-}
-
-TEST(JsonQueries, GetHashKeepsOnlyStringValues) {
-    JsonParser parser = parsed(
-        R"({"textureTracker":{"UI":[{"value":"ab12"},{"value":7},"bare",{"other":"x"},{"value":"cd34"}]}})");
     EXPECT_EQ(parser.getHash("textureTracker", "UI"), (Strings{"ab12", "cd34"}));
-    EXPECT_TRUE(parser.getHash("textureTracker", "BATTLE").empty());
+    for (const std::string path : {"labelTracker.none", "labelTracker.missing", "missing.hud",
+                                   "flat.0", "textureTracker.BATTLE"}) {
+        const size_t dot = path.find('.');
+        const std::string section = path.substr(0, dot), key = path.substr(dot + 1);
+        EXPECT_TRUE(parser.getLabel(section, key).empty() && parser.getHash(section, key).empty())
+            << path;
+    }
+    EXPECT_TRUE(parsed("[1,2]").getLabel("labelTracker", "hud").empty());
 }
 
 TEST(JsonQueries, Uniform1fDataSkipsOtherTypesAndThrowsOnWrongShape) {
@@ -139,9 +122,8 @@ TEST(JsonQueries, Uniform1fDataSkipsOtherTypesAndThrowsOnWrongShape) {
         "flat":{"parameters":{}}})");
     const std::map<std::string, float> expected = {{"uPixelSize", 8.0f}, {"uScale", 0.25f}};
     EXPECT_EQ(parser.getUniform1fData("pixelizeConfig"), expected);
-    EXPECT_THROW(parser.getUniform1fData("broken"), std::runtime_error);
-    EXPECT_THROW(parser.getUniform1fData("flat"), std::runtime_error);
-    EXPECT_THROW(parser.getUniform1fData("missing"), std::runtime_error);
+    for (const char* section : {"broken", "flat", "missing"})
+        EXPECT_THROW(parser.getUniform1fData(section), std::runtime_error) << section;
 }
 
 const char WZRY[] = R"({"version":"1.0.0","game":"wzry",
