@@ -3,6 +3,10 @@
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
+#include <exception>
+#include <stdexcept>
+
+#include "velour/utils/JsonParserBase.h"
 
 namespace tessel {
 
@@ -83,10 +87,15 @@ float edgeStrength() {
 }
 #else
 // Without neighbours the differences across the 2x2 fragment quad stand in
-// for the Sobel kernel, on the same scale.
+// for the Sobel kernel, on the same scale. Along the seam between the
+// layer's two triangles a quad's helper lanes read pixels that the other
+// triangle has already drawn over: no edge is taken from such a quad.
 float edgeStrength() {
     float l = luma(frameColor().rgb);
-    return length(vec2(dFdx(l), dFdy(l)));
+    float helper = gl_HelperInvocation ? 1.0 : 0.0;
+    vec2 dl = vec2(dFdx(l), dFdy(l));
+    vec2 dh = vec2(dFdx(helper), dFdy(helper));
+    return dh == vec2(0.0) ? length(dl) : 0.0;
 }
 #endif
 )";
@@ -328,6 +337,36 @@ std::vector<Uniform> resolveParameters(const Effect& effect,
         }
     }
     return uniforms;
+}
+
+FilterSections readFilterConfiguration(std::vector<std::string>& problems) {
+    static const char UPDATED[] = "/odm/etc/tesselfx/updatedFilterConfig.dat";
+    static const char SHIPPED[] = "/odm/etc/tesselfx/defaultFilterConfig.dat";
+    FilterSections sections;
+    velour::utils::JsonParser parser(UPDATED, SHIPPED);
+    if (!parser.getRoot().is<picojson::object>()) {
+        problems.push_back(std::string(SHIPPED) +
+                           " missing or unreadable: the styles use their default parameters");
+        return sections;
+    }
+    const picojson::object& root = parser.getRoot().get<picojson::object>();
+    for (const Effect& effect : effects()) {
+        if (!effect.configSection) continue;
+        try {
+            const auto found = root.find(effect.configSection);
+            if (found == root.end()) throw std::runtime_error("missing");
+            // The parser's own checks would create members while they look.
+            if (!found->second.is<picojson::object>() || !found->second.contains("parameters") ||
+                !found->second.get("parameters").is<picojson::array>())
+                throw std::runtime_error("not an object with a \"parameters\" array");
+            sections[effect.configSection] = parser.getUniform1fData(effect.configSection);
+        } catch (const std::exception& e) {
+            problems.push_back(std::string("filter configuration, section ") +
+                               effect.configSection + ": " + e.what() + "; " + effect.name +
+                               " uses its defaults");
+        }
+    }
+    return sections;
 }
 
 namespace {

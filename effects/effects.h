@@ -51,6 +51,13 @@ std::vector<Uniform> resolveParameters(const Effect& effect,
                                        const std::map<std::string, float>* section,
                                        std::vector<std::string>& unknown);
 
+// The "uniform1f" entries of each effect's section of the filter configuration
+// (the service's edition or the shipped one), by section name. A missing file
+// or a section of the wrong shape is left out and described in `problems`,
+// one line for the file or for each such section.
+using FilterSections = std::map<std::string, std::map<std::string, float>>;
+FilterSections readFilterConfiguration(std::vector<std::string>& problems);
+
 // Seconds since the first call, or the fixed value of the environment
 // variable TESSEL_FIXED_TIME (for reproducible pictures), wrapped at one hour
 // so that the shader's float keeps its precision.

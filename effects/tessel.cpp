@@ -13,16 +13,12 @@
 
 #include "effects.h"
 #include "velour/styles/StyleManager.h"
-#include "velour/utils/JsonParserBase.h"
 
 namespace tessel {
 namespace {
 
 using velour::styles::ShaderFramebufferType;
 using velour::styles::StyleManager;
-
-const char UPDATED_FILTER_CONFIG[] = "/odm/etc/tesselfx/updatedFilterConfig.dat";
-const char DEFAULT_FILTER_CONFIG[] = "/odm/etc/tesselfx/defaultFilterConfig.dat";
 
 #define TESSEL_WARN(...) __android_log_print(ANDROID_LOG_WARN, "tessel", __VA_ARGS__)
 
@@ -50,34 +46,6 @@ class EffectStyle : public velour::styles::Style {
     const std::string timeName = "uTime";
 };
 
-// Each section's "uniform1f" entries; a section that is missing or of the
-// wrong shape is left out, with one line for the whole file or the section.
-std::map<std::string, std::map<std::string, float>> readConfiguration() {
-    std::map<std::string, std::map<std::string, float>> sections;
-    velour::utils::JsonParser parser(UPDATED_FILTER_CONFIG, DEFAULT_FILTER_CONFIG);
-    if (!parser.getRoot().is<picojson::object>()) {
-        TESSEL_WARN("%s not readable: the styles use their default parameters",
-                    DEFAULT_FILTER_CONFIG);
-        return sections;
-    }
-    const picojson::object& root = parser.getRoot().get<picojson::object>();
-    for (const Effect& effect : effects()) {
-        if (!effect.configSection) continue;
-        const auto found = root.find(effect.configSection);
-        const bool shaped = found != root.end() && found->second.is<picojson::object>() &&
-                            found->second.contains("parameters") &&
-                            found->second.get("parameters").is<picojson::array>();
-        try {
-            if (!shaped) throw std::runtime_error("missing or not an object of \"parameters\"");
-            sections[effect.configSection] = parser.getUniform1fData(effect.configSection);
-        } catch (const std::exception& e) {
-            TESSEL_WARN("filter configuration, section %s: %s; its style uses its defaults",
-                        effect.configSection, e.what());
-        }
-    }
-    return sections;
-}
-
 // The manager never deletes its styles and tells nobody when it goes, so
 // they live as long as the library.
 std::mutex stylesMutex;
@@ -91,7 +59,9 @@ extern "C" __attribute__((visibility("default"))) void Tessel_Initialize(
     using namespace tessel;
     if (!manager) return;
     try {
-        const auto sections = readConfiguration();
+        std::vector<std::string> problems;
+        const FilterSections sections = readFilterConfiguration(problems);
+        for (const std::string& problem : problems) TESSEL_WARN("%s", problem.c_str());
         std::lock_guard<std::mutex> lock(stylesMutex);
         for (const Effect& effect : effects()) {
             const std::map<std::string, float>* section = nullptr;
