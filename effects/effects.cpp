@@ -122,7 +122,11 @@ vec4 effect() {
     vec4 c = frameColor();
     float l = luma(c.rgb);
     float levels = max(uLevels, 1.0);
-    float banded = (min(floor(l * levels), levels - 1.0) + 0.5) / levels;
+    // Each band steps up to the next over the top tenth of its range, so
+    // that textures near a step do not break into ragged patches.
+    float band = min(floor(l * levels), levels - 1.0);
+    band += smoothstep(0.9, 1.0, l * levels - band) * step(band, levels - 2.0);
+    float banded = (band + 0.5) / levels;
     vec3 color = c.rgb * (banded / max(l, 0.001));
     color = mix(vec3(banded), color, uSaturation);
     float outline = smoothstep(uEdgeThreshold, uEdgeThreshold + 0.1, edgeStrength());
@@ -263,7 +267,7 @@ const std::vector<Effect>& effects() {
         {"hdr",
          "hdrConfig",
          false,
-         {{"uExposure", 1.5f}, {"uLocalContrast", 0.35f}, {"uSaturation", 1.15f}},
+         {{"uExposure", 0.8f}, {"uLocalContrast", 0.8f}, {"uSaturation", 1.35f}},
          HDR},
         {"old_movie",
          "oldMovieConfig",
@@ -277,7 +281,7 @@ const std::vector<Effect>& effects() {
         {"night_vision",
          "nightVisionConfig",
          true,
-         {{"uGain", 3.0f}, {"uNoise", 0.15f}, {"uVignette", 0.7f}},
+         {{"uGain", 1.6f}, {"uNoise", 0.15f}, {"uVignette", 0.7f}},
          NIGHT_VISION},
         {"pixelize", "pixelizeConfig", false, {{"uBlockSize", 8.0f}}, PIXELIZE},
         {"gamma_correction", nullptr, false, {{"uGamma", 1.4f}}, GAMMA_CORRECTION},

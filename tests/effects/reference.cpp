@@ -190,7 +190,9 @@ Rgba celShading(const Pixel& p, Form) {
     const Rgba c = p.color();
     const float l = luma(rgb(c));
     const float levels = std::max(p["uLevels"], 1.0f);
-    const float banded = (std::min(std::floor(l * levels), levels - 1.0f) + 0.5f) / levels;
+    float band = std::min(std::floor(l * levels), levels - 1.0f);
+    band += smoothstep(0.9f, 1.0f, l * levels - band) * (band <= levels - 2.0f ? 1.0f : 0.0f);
+    const float banded = (band + 0.5f) / levels;
     Vec3 color = rgb(c) * (banded / std::max(l, 0.001f));
     color = mix(splat(banded), color, p["uSaturation"]);
     const float t = p["uEdgeThreshold"];
