@@ -14,7 +14,6 @@
 #include <string>
 #include <vector>
 
-#include "TestSysroot.h"
 #include "glapp/egl_session.h"
 #include "glapp/gl_program.h"
 #include "reference.h"
