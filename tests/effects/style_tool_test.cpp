@@ -1,7 +1,5 @@
 // The styles of libtessel.so drawn by the layer itself, through velour-style
-// on Mesa: every style changes the demo frame by both paths, the per-pixel
-// styles give the same picture by both, and a half-screen mode leaves the
-// other half as the game drew it.
+// on Mesa, over a frame of the demo game.
 
 #include <gtest/gtest.h>
 #include <png.h>
@@ -71,26 +69,25 @@ const char* const STYLES[] = {"color_invert",     "cel_shading",   "hdr",
                               "old_movie",        "night_vision",  "pixelize",
                               "gamma_correction", "edge_detection"};
 
-TEST_F(StyleTool, EveryStyleChangesTheFrameByBothPaths) {
+// Each style changes most of the frame by both paths, and the per-pixel
+// styles give one picture by both.
+TEST_F(StyleTool, EveryStyleByBothPaths) {
     const Png original = frame();
     ASSERT_EQ(original.width, 160);
     for (const char* name : STYLES) {
-        for (const char* path : {"copy", "fetch"}) {
-            SCOPED_TRACE(std::string(name) + " " + path);
-            const Png png = styled(name, path);
-            ASSERT_EQ(png.rgb.size(), original.rgb.size());
-            size_t changed = 0;
-            for (size_t i = 0; i < png.rgb.size(); i += 3)
-                changed += std::memcmp(&png.rgb[i], &original.rgb[i], 3) != 0;
-            EXPECT_GT(changed, png.rgb.size() / 3 / 2);
-        }
-    }
-}
-
-TEST_F(StyleTool, PerPixelStylesGiveOnePictureByBothPaths) {
-    for (const char* name : {"color_invert", "gamma_correction", "night_vision", "old_movie"}) {
         SCOPED_TRACE(name);
-        EXPECT_EQ(styled(name, "copy").rgb, styled(name, "fetch").rgb);
+        const Png copied = styled(name, "copy"), fetched = styled(name, "fetch");
+        for (const Png* png : {&copied, &fetched}) {
+            ASSERT_EQ(png->rgb.size(), original.rgb.size());
+            size_t changed = 0;
+            for (size_t i = 0; i < png->rgb.size(); i += 3)
+                changed += std::memcmp(&png->rgb[i], &original.rgb[i], 3) != 0;
+            EXPECT_GT(changed, png->rgb.size() / 3 / 2);
+        }
+        const std::string perPixel = " color_invert gamma_correction night_vision old_movie ";
+        if (perPixel.find(" " + std::string(name) + " ") != std::string::npos) {
+            EXPECT_EQ(copied.rgb, fetched.rgb);
+        }
     }
 }
 
