@@ -18,9 +18,7 @@ void* lookUp(void*, const char* name) {
 }  // namespace
 
 GlContext::GlContext(int width, int height)
-    : session(std::make_unique<glapp::EglSession>(width, height)),
-      width_(width),
-      height_(height) {
+    : session(std::make_unique<glapp::EglSession>(width, height)), width_(width), height_(height) {
     drv::initRealGL(nullptr, lookUp);
     glViewport(0, 0, width, height);
 }
@@ -148,11 +146,14 @@ GlState snapshot() {
     GLint active = 0, units = 0;
     glGetIntegerv(GL_ACTIVE_TEXTURE, &active);
     glGetIntegerv(GL_MAX_COMBINED_TEXTURE_IMAGE_UNITS, &units);
-    static const GLenum TARGET_BINDINGS[] = {
-        GL_TEXTURE_BINDING_2D,       GL_TEXTURE_BINDING_3D,
-        GL_TEXTURE_BINDING_CUBE_MAP, GL_TEXTURE_BINDING_2D_ARRAY,
-        GL_TEXTURE_BINDING_CUBE_MAP_ARRAY, GL_TEXTURE_BINDING_2D_MULTISAMPLE,
-        GL_TEXTURE_BINDING_BUFFER,   GL_SAMPLER_BINDING};
+    static const GLenum TARGET_BINDINGS[] = {GL_TEXTURE_BINDING_2D,
+                                             GL_TEXTURE_BINDING_3D,
+                                             GL_TEXTURE_BINDING_CUBE_MAP,
+                                             GL_TEXTURE_BINDING_2D_ARRAY,
+                                             GL_TEXTURE_BINDING_CUBE_MAP_ARRAY,
+                                             GL_TEXTURE_BINDING_2D_MULTISAMPLE,
+                                             GL_TEXTURE_BINDING_BUFFER,
+                                             GL_SAMPLER_BINDING};
     for (GLint unit = 0; unit < units; ++unit) {
         glActiveTexture(GL_TEXTURE0 + static_cast<GLenum>(unit));
         std::vector<int64_t> bindings;
@@ -168,8 +169,9 @@ GlState snapshot() {
     // Vertex attribute state of the bound vertex array.
     for (GLuint index = 0; index < 4; ++index) {
         std::vector<int64_t> attribute;
-        for (GLenum query : {GL_VERTEX_ATTRIB_ARRAY_ENABLED, GL_VERTEX_ATTRIB_ARRAY_SIZE,
-                             GL_VERTEX_ATTRIB_ARRAY_BUFFER_BINDING, GL_VERTEX_ATTRIB_ARRAY_STRIDE}) {
+        for (GLenum query :
+             {GL_VERTEX_ATTRIB_ARRAY_ENABLED, GL_VERTEX_ATTRIB_ARRAY_SIZE,
+              GL_VERTEX_ATTRIB_ARRAY_BUFFER_BINDING, GL_VERTEX_ATTRIB_ARRAY_STRIDE}) {
             GLint value = 0;
             glGetVertexAttribiv(index, query, &value);
             attribute.push_back(value);

@@ -28,29 +28,32 @@ class TestStyle : public styles::Style {
         const char* effect = "color = vec4(mix(c.rgb, 1.0 - c.rgb, strength), c.a);\n";
         switch (type) {
             case styles::SHADER_FRAMEBUFFER_EXT_FETCH:
-                return std::string("#version 300 es\n"
-                                   "#extension GL_EXT_shader_framebuffer_fetch : require\n"
-                                   "precision highp float;\n"
-                                   "uniform float strength;\n"
-                                   "inout vec4 color;\n"
-                                   "void main() { vec4 c = color; ") +
+                return std::string(
+                           "#version 300 es\n"
+                           "#extension GL_EXT_shader_framebuffer_fetch : require\n"
+                           "precision highp float;\n"
+                           "uniform float strength;\n"
+                           "inout vec4 color;\n"
+                           "void main() { vec4 c = color; ") +
                        effect + "}\n";
             case styles::SHADER_FRAMEBUFFER_ARM_FETCH:
-                return std::string("#version 300 es\n"
-                                   "#extension GL_ARM_shader_framebuffer_fetch : require\n"
-                                   "precision highp float;\n"
-                                   "uniform float strength;\n"
-                                   "out vec4 color;\n"
-                                   "void main() { vec4 c = gl_LastFragColorARM; ") +
+                return std::string(
+                           "#version 300 es\n"
+                           "#extension GL_ARM_shader_framebuffer_fetch : require\n"
+                           "precision highp float;\n"
+                           "uniform float strength;\n"
+                           "out vec4 color;\n"
+                           "void main() { vec4 c = gl_LastFragColorARM; ") +
                        effect + "}\n";
             default:
-                return std::string("#version 300 es\n"
-                                   "precision highp float;\n"
-                                   "uniform sampler2D frame;\n"
-                                   "uniform float strength;\n"
-                                   "in vec2 uv;\n"
-                                   "out vec4 color;\n"
-                                   "void main() { vec4 c = texture(frame, uv); ") +
+                return std::string(
+                           "#version 300 es\n"
+                           "precision highp float;\n"
+                           "uniform sampler2D frame;\n"
+                           "uniform float strength;\n"
+                           "in vec2 uv;\n"
+                           "out vec4 color;\n"
+                           "void main() { vec4 c = texture(frame, uv); ") +
                        effect + "}\n";
         }
     }

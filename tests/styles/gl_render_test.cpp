@@ -60,7 +60,7 @@ int countWrongPixels(const std::vector<uint8_t>& actual, Inverted inverted, int 
 class GlObjectCounter {
   public:
     GlObjectCounter() {
-        saved = {drv::glGenTextures, drv::glGenBuffers, drv::glGenVertexArrays,
+        saved = {drv::glGenTextures,     drv::glGenBuffers,    drv::glGenVertexArrays,
                  drv::glGenFramebuffers, drv::glCreateProgram, drv::glCreateShader};
         count = 0;
         drv::glGenTextures = [](GLsizei n, GLuint* names) { count += n, saved.textures(n, names); };
@@ -98,8 +98,8 @@ class GlObjectCounter {
 
 struct Path {
     const char* name;
-    bool fetch;        // the style asks for framebuffer fetch
-    bool gameTarget;   // a game framebuffer object rather than the pbuffer
+    bool fetch;       // the style asks for framebuffer fetch
+    bool gameTarget;  // a game framebuffer object rather than the pbuffer
 };
 
 class EffectOnMesa : public testing::TestWithParam<Path> {
@@ -227,13 +227,12 @@ TEST_P(SplitScreen, OneHalfCarriesTheEffectTheOtherIsExactAndSixBlackColumnsDivi
     EXPECT_EQ(wrong, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, SplitScreen,
-                         testing::Values(Split{"LeftHalfCopy", styles::RENDER_MODE_LEFT_HALF, false},
-                                         Split{"RightHalfCopy", styles::RENDER_MODE_RIGHT_HALF,
-                                               false},
-                                         Split{"LeftHalfFetch", styles::RENDER_MODE_LEFT_HALF,
-                                               true}),
-                         [](const testing::TestParamInfo<Split>& info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Modes, SplitScreen,
+    testing::Values(Split{"LeftHalfCopy", styles::RENDER_MODE_LEFT_HALF, false},
+                    Split{"RightHalfCopy", styles::RENDER_MODE_RIGHT_HALF, false},
+                    Split{"LeftHalfFetch", styles::RENDER_MODE_LEFT_HALF, true}),
+    [](const testing::TestParamInfo<Split>& info) { return info.param.name; });
 
 // A style whose shader does not compile: the game goes on with its frame and
 // state untouched; a change of effect tries again.
@@ -261,7 +260,9 @@ TEST(FailingStyle, DrawsNothingLeavesStateAndIsRetriedAfterAChangeOfEffect) {
         }
     }
     glDisable(GL_SCISSOR_TEST);
-    EXPECT_EQ(countWrongPixels(readPixels(WIDTH, HEIGHT), [](int) { return false; }, 0), 0);
+    EXPECT_EQ(countWrongPixels(
+                  readPixels(WIDTH, HEIGHT), [](int) { return false; }, 0),
+              0);
 
     selectEffect("test_invert");
     styles::renderGuarded(manager);
@@ -301,8 +302,8 @@ TEST(ExportedSurface, ALibraryBuiltOnThePublicHeaderRegistersAStyleThatIsDrawn) 
     drawPicture(WIDTH, HEIGHT);
     void* library = dlopen(VELOUR_STYLE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << dlerror();
-    auto initialize = reinterpret_cast<void (*)(styles::StyleManager*)>(
-        dlsym(library, "Tessel_Initialize"));
+    auto initialize =
+        reinterpret_cast<void (*)(styles::StyleManager*)>(dlsym(library, "Tessel_Initialize"));
     ASSERT_NE(initialize, nullptr);
     styles::StyleManager manager;
     initialize(&manager);
