@@ -26,7 +26,8 @@ class TestStyle : public styles::Style {
     std::string getFragmentShaderSource(styles::ShaderFramebufferType type) override {
         if (!fragmentOverride.empty()) return fragmentOverride;
         const char* effect = "color = vec4(mix(c.rgb, 1.0 - c.rgb, strength), c.a);\n";
-        switch (type) {
+        // A style that cannot fetch samples the copy whatever it is asked for.
+        switch (fetch ? type : styles::SHADER_FRAMEBUFFER_NO_FETCH) {
             case styles::SHADER_FRAMEBUFFER_EXT_FETCH:
                 return std::string(
                            "#version 300 es\n"
