@@ -3,11 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "TestSysroot.h"
+#include "drv/GlUtils.h"
 #include "drv/Program.h"
 #include "drv/Shader.h"
 #include "drv/StateStore.h"
@@ -170,6 +173,17 @@ TEST_F(Toolkit, ALinkFailureDetachesTheShadersAndLeavesTheProgramOpen) {
     EXPECT_TRUE(program.isOpen());
     program.close();
     EXPECT_EQ(program.getName(), 0xFFFFFFFFu);
+}
+
+TEST(ShaderDump, WritesEachStringOnALineOfItsOwnAndNothingWhereItCannotOpen) {
+    const std::string path = testing::TempDir() + "velour-shader-dump.txt";
+    const GLchar* strings[] = {"abcdef", nullptr, "tail"};
+    const GLint lengths[] = {3, 0, -1};
+    drv::dumpShaderSource(path.c_str(), 3, strings, lengths);
+    EXPECT_EQ(readFile(path), "abc\n\ntail\n");
+    std::remove(path.c_str());
+    drv::dumpShaderSource("/nonexistent-folder/dump.txt", 3, strings, nullptr);
+    EXPECT_EQ(readFile("/nonexistent-folder/dump.txt"), "");
 }
 
 struct ColorCase {
