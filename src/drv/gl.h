@@ -5,7 +5,9 @@
 
 #include "velour/entry_points.h"
 
+#ifndef GL_GLES_PROTOTYPES  // a test that also calls GL directly keeps them
 #define GL_GLES_PROTOTYPES 0
+#endif
 #include <GLES3/gl32.h>
 // After the core header, which defines what the extensions' header needs.
 #include <GLES2/gl2ext.h>

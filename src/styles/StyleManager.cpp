@@ -80,10 +80,8 @@ void StyleManager::Impl::updateRenderMode() {
 
     drv::StateStore store;
     storeQuadBindings(store);
-    drv::Closeable& closeable = quad;
-    drv::Openable& openable = quad;
-    closeable.close();
-    openable.open();
+    quad.close();
+    quad.open();
     store.restore();
 }
 

@@ -1,0 +1,91 @@
+// The frame capture's texture cache on Mesa.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "GlSupport.h"
+#include "drv/FramebufferAttachmentCapturer.h"
+
+namespace velour::test {
+namespace {
+
+using drv::FramebufferAttachmentCapturer;
+
+class CaptureCache : public testing::Test {
+  protected:
+    drv::Texture2D* captureFrom(const GameFramebuffer& framebuffer) {
+        glBindFramebuffer(GL_DRAW_FRAMEBUFFER, framebuffer.framebuffer);
+        drv::Texture2D* texture = capturer.capture();
+        glBindFramebuffer(GL_DRAW_FRAMEBUFFER, 0);
+        return texture;
+    }
+
+    GlContext context{64, 48};
+    FramebufferAttachmentCapturer capturer;
+};
+
+TEST_F(CaptureCache, FramebuffersOfOneFormatAndSizeShareATextureThatHoldsTheFrame) {
+    GameFramebuffer first(32, 16), second(32, 16);
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, second.framebuffer);
+    drawPicture(32, 16);
+    drv::Texture2D* fromFirst = captureFrom(first);
+    drv::Texture2D* fromSecond = captureFrom(second);
+    EXPECT_EQ(fromFirst, fromSecond);
+    EXPECT_EQ(capturer.getTexturesCreated(), 1u);
+    EXPECT_EQ(fromSecond->getInternalFormat(), static_cast<GLenum>(GL_RGBA8));
+
+    // The texture holds the second framebuffer's picture.
+    GLuint reader = 0;
+    glGenFramebuffers(1, &reader);
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, reader);
+    glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D,
+                           fromSecond->getName(), 0);
+    EXPECT_EQ(readPixels(32, 16), picture(32, 16));
+}
+
+TEST_F(CaptureCache, ANewSizeMakesANewTextureAndTheOldOneStays) {
+    GameFramebuffer small(32, 16), large(40, 16);
+    drv::Texture2D* before = captureFrom(small);
+    drv::Texture2D* after = captureFrom(large);
+    EXPECT_NE(before, after);
+    EXPECT_EQ(after->getWidth(), 40);
+    EXPECT_EQ(capturer.getCacheSize(), 2u);
+    EXPECT_EQ(captureFrom(small), before);
+}
+
+TEST_F(CaptureCache, ALevelTwoAttachmentGivesThatLevelsSize) {
+    GameFramebuffer levelTwo(24, 10, 2);  // base level 96 x 40
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, levelTwo.framebuffer);
+    const drv::TextureKey key = capturer.getFramebufferKey(levelTwo.framebuffer);
+    EXPECT_EQ(key, (drv::TextureKey{GL_RGBA8, 24, 10}));
+}
+
+TEST_F(CaptureCache, TheDefaultFramebufferIsTheSurfaceWithItsFormat) {
+    EXPECT_EQ(capturer.getFramebufferKey(0), (drv::TextureKey{GL_RGBA8, 64, 48}));
+}
+
+// The eighth creation runs an eviction pass, which keeps textures younger
+// than two minutes; a pass takes only what was last used before its cut-off.
+TEST_F(CaptureCache, AnEighthCreationKeepsYoungTexturesAndEvictionTakesOnlyOlderOnes) {
+    for (uint32_t width = 1; width <= 8; ++width)
+        capturer.getTexture(drv::TextureKey{GL_RGBA8, width, 4});
+    EXPECT_EQ(capturer.getCacheSize(), 8u);
+
+    const auto now = std::chrono::steady_clock::now();
+    capturer.getTexture(drv::TextureKey{GL_RGBA8, 1, 4});  // used again: newer than `now`
+    capturer.cleanOldTextures(now);
+    EXPECT_EQ(capturer.getCacheSize(), 1u);
+    capturer.cleanOldTextures(now);  // strictly older only
+    EXPECT_EQ(capturer.getCacheSize(), 1u);
+    EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
+}
+
+TEST(TextureKeyHash, IsTheChainFromSeedFiveWithMultiplierFiftyNine) {
+    const drv::TextureKey key{GL_RGBA8, 1920, 1080};
+    EXPECT_EQ(drv::TextureKeyHash()(key),
+              static_cast<size_t>(1080u + 59u * 1920u + 59u * 59u * GL_RGBA8 + 1026895u));
+}
+
+}  // namespace
+}  // namespace velour::test

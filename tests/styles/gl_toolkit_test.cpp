@@ -1,0 +1,94 @@
+// The GL objects on Mesa: uniform copy between programs, debug labels.
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "GlSupport.h"
+#include "drv/Program.h"
+#include "drv/Shader.h"
+#include "drv/Texture.h"
+
+namespace velour::test {
+namespace {
+
+// Explicit locations, so that the two programs lay out their shared uniforms
+// alike, which is what the copy relies on.
+std::string fragmentSource(const char* ownUniforms, const char* lastExtra) {
+    return std::string(
+               "#version 310 es\nprecision highp float;\n"
+               "layout(location = 0) uniform vec4 tint;\n"
+               "layout(location = 1) uniform float weights[3];\n") +
+           ownUniforms +
+           "out vec4 color;\n"
+           "void main() { color = tint * weights[0] * weights[1] * weights[2] * "
+           "float(count) + vec4(" +
+           lastExtra + "); }\n";
+}
+
+void build(drv::Program& program, const std::string& fragment) {
+    drv::Shader vertex, pixel;
+    vertex.setShaderType(GL_VERTEX_SHADER);
+    vertex.setSource("#version 310 es\nvoid main() { gl_Position = vec4(0.0); }\n");
+    pixel.setShaderType(GL_FRAGMENT_SHADER);
+    pixel.setSource(fragment);
+    vertex.compile();
+    pixel.compile();
+    program.link({&vertex, &pixel});
+    vertex.close();
+    pixel.close();
+}
+
+TEST(GlObjects, AssignUniformsCopiesLikeNamedUniformsOfTheSameTypeAndSize) {
+    GlContext context(8, 8);
+    drv::Program source, destination;
+    build(source, fragmentSource("layout(location = 4) uniform int count;\n"
+                                 "layout(location = 5) uniform float extra[2];\n",
+                                 "extra[1]"));
+    // `count` of another type, `extra` of another size (all elements used, so
+    // the driver reports the declared sizes): neither is copied.
+    build(destination, fragmentSource("layout(location = 4) uniform float count;\n"
+                                      "layout(location = 5) uniform float extra[3];\n",
+                                      "extra[2]"));
+    glProgramUniform4f(source.getName(), 0, 0.25f, 0.5f, 0.75f, 1.0f);
+    glProgramUniform1f(source.getName(), 1, 2.0f);
+    glProgramUniform1f(source.getName(), 2, 3.0f);
+    glProgramUniform1f(source.getName(), 3, 4.0f);
+    glProgramUniform1i(source.getName(), 4, 7);
+    glProgramUniform1f(source.getName(), 5, 9.0f);
+
+    destination.assignUniforms(source);
+    EXPECT_EQ(drv::Program::getCurrentProgram(), destination.getName());
+    auto read = [&](GLint location, int count) {
+        std::vector<float> values(static_cast<size_t>(count));
+        glGetUniformfv(destination.getName(), location, values.data());
+        return values;
+    };
+    EXPECT_EQ(read(0, 4), (std::vector<float>{0.25f, 0.5f, 0.75f, 1.0f}));
+    EXPECT_EQ(read(1, 1)[0], 2.0f);
+    EXPECT_EQ(read(2, 1)[0], 3.0f);
+    EXPECT_EQ(read(3, 1)[0], 4.0f);
+    EXPECT_EQ(read(4, 1)[0], 0.0f);
+    EXPECT_EQ(read(5, 1)[0], 0.0f);
+    EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
+    glUseProgram(0);
+    source.close();
+    destination.close();
+}
+
+TEST(GlObjects, LabelsGoToTheDriverAndComeBack) {
+    GlContext context(8, 8);
+    drv::Texture2D texture;
+    texture.open();
+    texture.bind();
+    texture.setLabel(std::string("velour capture"));
+    EXPECT_EQ(texture.getLabel(), "velour capture");
+    texture.setLabel("frame", 3);
+    EXPECT_EQ(texture.getLabel(), "fra");
+    texture.close();
+    EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
+}
+
+}  // namespace
+}  // namespace velour::test
