@@ -158,6 +158,12 @@ GLenum FramebufferAttachmentCapturer::getDrawFramebufferFormat(GLenum which) {
 }
 
 GLenum FramebufferAttachmentCapturer::getDrawFramebufferColorFormat(GLenum which) {
+    // Sizes of an empty attachment are an error to ask for, which the game
+    // would read: an empty attachment has no format.
+    GLint type = GL_NONE;
+    drv::glGetFramebufferAttachmentParameteriv(GL_DRAW_FRAMEBUFFER, which,
+                                               GL_FRAMEBUFFER_ATTACHMENT_OBJECT_TYPE, &type);
+    if (type == GL_NONE) return 0;
     static constexpr GLenum SIZES[] = {
         GL_FRAMEBUFFER_ATTACHMENT_RED_SIZE, GL_FRAMEBUFFER_ATTACHMENT_GREEN_SIZE,
         GL_FRAMEBUFFER_ATTACHMENT_BLUE_SIZE, GL_FRAMEBUFFER_ATTACHMENT_ALPHA_SIZE};

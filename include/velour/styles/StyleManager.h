@@ -10,7 +10,8 @@
 
 namespace velour::styles {
 
-enum RenderMode {
+// Int-sized, so that any value setRenderMode is given stays representable.
+enum RenderMode : int {
     RENDER_MODE_LEFT_HALF = 0,
     RENDER_MODE_RIGHT_HALF = 1,
     RENDER_MODE_FULL = 2,
@@ -46,6 +47,8 @@ class VELOUR_EXPORT StyleManager {
     class Impl;
 
   private:
+    friend void renderGuarded(StyleManager& manager);
+
     Impl* impl;
 };
 

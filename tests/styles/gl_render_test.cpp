@@ -1,0 +1,316 @@
+// The effect drawn on Mesa: the game's state survives, pixels carry the effect
+// where they should, failures stay inside the layer, a steady frame creates
+// and allocates nothing beyond the state stores.
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "AllocationCounter.h"
+#include "GlSupport.h"
+#include "TestStyle.h"
+#include "ctrl/PropertyConfig.h"
+#include "styles/RenderGuard.h"
+#include "velour/entry_points.h"
+
+namespace velour::test {
+namespace {
+
+constexpr int WIDTH = 64;
+constexpr int HEIGHT = 48;
+
+void selectEffect(const std::string& name) {
+    ctrl::PropertyConfig::getInstance().setEffect(name);
+}
+
+bool hasFetch() {
+    GLint count = 0;
+    glGetIntegerv(GL_NUM_EXTENSIONS, &count);
+    for (GLint i = 0; i < count; ++i)
+        if (std::string(reinterpret_cast<const char*>(glGetStringi(GL_EXTENSIONS, i))) ==
+            "GL_EXT_shader_framebuffer_fetch")
+            return true;
+    return false;
+}
+
+// Each pixel of `actual` against the picture, inverted where `inverted` says.
+template <typename Inverted>
+int countWrongPixels(const std::vector<uint8_t>& actual, Inverted inverted, int tolerance = 1) {
+    const std::vector<uint8_t> expected = picture(WIDTH, HEIGHT);
+    int wrong = 0;
+    for (int y = 0; y < HEIGHT; ++y)
+        for (int x = 0; x < WIDTH; ++x) {
+            const size_t at = (static_cast<size_t>(y) * WIDTH + x) * 4;
+            for (int c = 0; c < 3; ++c) {
+                const int want = inverted(x) ? 255 - expected[at + c] : expected[at + c];
+                if (std::abs(actual[at + c] - want) > tolerance) {
+                    ++wrong;
+                    break;
+                }
+            }
+        }
+    return wrong;
+}
+
+// Counts the GL objects the layer creates through the driver table.
+class GlObjectCounter {
+  public:
+    GlObjectCounter() {
+        saved = {drv::glGenTextures, drv::glGenBuffers, drv::glGenVertexArrays,
+                 drv::glGenFramebuffers, drv::glCreateProgram, drv::glCreateShader};
+        count = 0;
+        drv::glGenTextures = [](GLsizei n, GLuint* names) { count += n, saved.textures(n, names); };
+        drv::glGenBuffers = [](GLsizei n, GLuint* names) { count += n, saved.buffers(n, names); };
+        drv::glGenVertexArrays = [](GLsizei n, GLuint* names) {
+            count += n, saved.arrays(n, names);
+        };
+        drv::glGenFramebuffers = [](GLsizei n, GLuint* names) {
+            count += n, saved.framebuffers(n, names);
+        };
+        drv::glCreateProgram = []() { return ++count, saved.program(); };
+        drv::glCreateShader = [](GLenum type) { return ++count, saved.shader(type); };
+    }
+    ~GlObjectCounter() {
+        drv::glGenTextures = saved.textures;
+        drv::glGenBuffers = saved.buffers;
+        drv::glGenVertexArrays = saved.arrays;
+        drv::glGenFramebuffers = saved.framebuffers;
+        drv::glCreateProgram = saved.program;
+        drv::glCreateShader = saved.shader;
+    }
+    static inline int count = 0;
+
+  private:
+    struct Slots {
+        fn::glGenTextures textures;
+        fn::glGenBuffers buffers;
+        fn::glGenVertexArrays arrays;
+        fn::glGenFramebuffers framebuffers;
+        fn::glCreateProgram program;
+        fn::glCreateShader shader;
+    };
+    static inline Slots saved{};
+};
+
+struct Path {
+    const char* name;
+    bool fetch;        // the style asks for framebuffer fetch
+    bool gameTarget;   // a game framebuffer object rather than the pbuffer
+};
+
+class EffectOnMesa : public testing::TestWithParam<Path> {
+  protected:
+    void SetUp() override {
+        if (GetParam().fetch && !hasFetch()) GTEST_SKIP() << "driver without framebuffer fetch";
+        if (GetParam().gameTarget) {
+            target = std::make_unique<GameFramebuffer>(WIDTH, HEIGHT);
+            // A read framebuffer of its own, which the copy must put back.
+            other = std::make_unique<GameFramebuffer>(WIDTH, HEIGHT);
+            glBindFramebuffer(GL_DRAW_FRAMEBUFFER, target->framebuffer);
+            glBindFramebuffer(GL_READ_FRAMEBUFFER, other->framebuffer);
+        }
+        drawPicture(WIDTH, HEIGHT);
+        style.emplace(&manager, "test_invert", 1.0f, GetParam().fetch);
+        manager.addStyle(&*style);
+        selectEffect("test_invert");
+    }
+    void TearDown() override { selectEffect(""); }
+
+    std::vector<uint8_t> readTarget() {
+        GLint read = 0;
+        glGetIntegerv(GL_READ_FRAMEBUFFER_BINDING, &read);
+        glBindFramebuffer(GL_READ_FRAMEBUFFER, target ? target->framebuffer : 0);
+        std::vector<uint8_t> pixels = readPixels(WIDTH, HEIGHT);
+        glBindFramebuffer(GL_READ_FRAMEBUFFER, static_cast<GLuint>(read));
+        return pixels;
+    }
+
+    GlContext context{WIDTH, HEIGHT};
+    std::unique_ptr<GameFramebuffer> target, other;
+    styles::StyleManager manager;
+    std::optional<TestStyle> style;
+};
+
+TEST_P(EffectOnMesa, GameStateIsAsBeforeAndEveryPixelCarriesTheEffect) {
+    GLuint program = 0;
+    setGameState(program);
+    for (int frame = 0; frame < 2; ++frame) {
+        const GlState before = snapshot();
+        styles::renderGuarded(manager);
+        const GlState after = snapshot();
+        EXPECT_EQ(differences(before, after), "") << "frame " << frame;
+    }
+    // Two frames: inverted twice, the picture again; one more inverts it.
+    styles::renderGuarded(manager);
+    EXPECT_EQ(countWrongPixels(readTarget(), [](int) { return true; }), 0);
+}
+
+// The one difference a restore makes: the back face's depth-fail operation
+// comes back as its depth-pass operation.
+TEST_P(EffectOnMesa, BackDepthFailComesBackAsBackDepthPass) {
+    glStencilOpSeparate(GL_BACK, GL_KEEP, GL_DECR, GL_INVERT);
+    glStencilOpSeparate(GL_FRONT, GL_ZERO, GL_DECR, GL_INCR);
+    const GlState before = snapshot();
+    styles::renderGuarded(manager);
+    const GlState after = snapshot();
+    EXPECT_EQ(differences(before, after),
+              "GL_STENCIL_BACK_PASS_DEPTH_FAIL: " + std::to_string(GL_DECR) + " -> " +
+                  std::to_string(GL_INVERT) + "\n");
+}
+
+TEST_P(EffectOnMesa, SteadyFrameCreatesNoGlObjectAndAllocatesOnlyItsStateStores) {
+    styles::renderGuarded(manager);  // the first frame builds everything
+    GlObjectCounter objects;
+    AllocationCounter allocations;
+    for (int frame = 0; frame < 3; ++frame) styles::renderGuarded(manager);
+    const long counted = allocations.count();
+    EXPECT_EQ(GlObjectCounter::count, 0);
+    // One array per state store: the draw's store (and on the copy path the
+    // texture binding's), and the capture's two plus, for an object, the
+    // attachment size look-up's.
+    const long storesPerFrame = GetParam().fetch ? 1 : (GetParam().gameTarget ? 5 : 4);
+    EXPECT_EQ(counted, 3 * storesPerFrame);
+}
+
+INSTANTIATE_TEST_SUITE_P(Paths, EffectOnMesa,
+                         testing::Values(Path{"CopyOnPbuffer", false, false},
+                                         Path{"CopyOnGameFramebuffer", false, true},
+                                         Path{"FetchOnPbuffer", true, false},
+                                         Path{"FetchOnGameFramebuffer", true, true}),
+                         [](const testing::TestParamInfo<Path>& info) { return info.param.name; });
+
+struct Split {
+    const char* name;
+    styles::RenderMode mode;
+    bool fetch;
+};
+
+class SplitScreen : public testing::TestWithParam<Split> {};
+
+TEST_P(SplitScreen, OneHalfCarriesTheEffectTheOtherIsExactAndSixBlackColumnsDivide) {
+    GlContext context(WIDTH, HEIGHT);
+    if (GetParam().fetch && !hasFetch()) GTEST_SKIP() << "driver without framebuffer fetch";
+    drawPicture(WIDTH, HEIGHT);
+    styles::StyleManager manager;
+    TestStyle style(&manager, "test_invert", 1.0f, GetParam().fetch);
+    manager.addStyle(&style);
+    manager.setRenderMode(GetParam().mode);
+    selectEffect("test_invert");
+    styles::renderGuarded(manager);
+    selectEffect("");
+
+    const std::vector<uint8_t> pixels = readPixels(WIDTH, HEIGHT);
+    const int dividerBegin = WIDTH / 2 - 3, dividerEnd = WIDTH / 2 + 3;
+    const bool left = GetParam().mode == styles::RENDER_MODE_LEFT_HALF;
+    // Left of the divider inverted in left-half mode, right of it otherwise;
+    // the other side exactly as drawn.
+    const auto inverted = [&](int x) { return left ? x < WIDTH / 2 : x >= WIDTH / 2; };
+    int wrong = 0;
+    const std::vector<uint8_t> expected = picture(WIDTH, HEIGHT);
+    for (int y = 0; y < HEIGHT; ++y)
+        for (int x = 0; x < WIDTH; ++x) {
+            const size_t at = (static_cast<size_t>(y) * WIDTH + x) * 4;
+            for (int c = 0; c < 3; ++c) {
+                int want = inverted(x) ? 255 - expected[at + c] : expected[at + c];
+                if (x >= dividerBegin && x < dividerEnd) want = 0;
+                const int tolerance = inverted(x) ? 1 : 0;
+                if (std::abs(pixels[at + c] - want) > tolerance) {
+                    ++wrong;
+                    break;
+                }
+            }
+        }
+    EXPECT_EQ(wrong, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, SplitScreen,
+                         testing::Values(Split{"LeftHalfCopy", styles::RENDER_MODE_LEFT_HALF, false},
+                                         Split{"RightHalfCopy", styles::RENDER_MODE_RIGHT_HALF,
+                                               false},
+                                         Split{"LeftHalfFetch", styles::RENDER_MODE_LEFT_HALF,
+                                               true}),
+                         [](const testing::TestParamInfo<Split>& info) { return info.param.name; });
+
+// A style whose shader does not compile: the game goes on with its frame and
+// state untouched; a change of effect tries again.
+TEST(FailingStyle, DrawsNothingLeavesStateAndIsRetriedAfterAChangeOfEffect) {
+    GlContext context(WIDTH, HEIGHT);
+    drawPicture(WIDTH, HEIGHT);
+    styles::StyleManager manager;
+    TestStyle broken(&manager, "broken", 1.0f, false);
+    broken.fragmentOverride = "#version 300 es\nthis is not a shader\n";
+    TestStyle good(&manager, "test_invert", 1.0f, false);
+    manager.addStyle(&broken);
+    manager.addStyle(&good);
+    GLuint program = 0;
+    setGameState(program);
+
+    selectEffect("broken");
+    for (int frame = 0; frame < 2; ++frame) {
+        GlObjectCounter objects;
+        const GlState before = snapshot();
+        EXPECT_NO_THROW(styles::renderGuarded(manager));
+        EXPECT_EQ(differences(before, snapshot()), "");
+        // The first frame tries (and builds the divider); later ones do not.
+        if (frame == 1) {
+            EXPECT_EQ(GlObjectCounter::count, 0);
+        }
+    }
+    glDisable(GL_SCISSOR_TEST);
+    EXPECT_EQ(countWrongPixels(readPixels(WIDTH, HEIGHT), [](int) { return false; }, 0), 0);
+
+    selectEffect("test_invert");
+    styles::renderGuarded(manager);
+    EXPECT_EQ(countWrongPixels(readPixels(WIDTH, HEIGHT), [](int) { return true; }), 0);
+
+    selectEffect("broken");
+    EXPECT_NO_THROW(styles::renderGuarded(manager));
+    EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
+    selectEffect("");
+}
+
+// A framebuffer whose colour no texture can take (here: none at all) stays as
+// the game drew it, with no error for the game to read.
+TEST(UnsupportedColourFormat, LeavesTheFrameAndNoError) {
+    GlContext context(WIDTH, HEIGHT);
+    GLuint framebuffer = 0, depth = 0;
+    glGenRenderbuffers(1, &depth);
+    glBindRenderbuffer(GL_RENDERBUFFER, depth);
+    glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH_COMPONENT16, WIDTH, HEIGHT);
+    glGenFramebuffers(1, &framebuffer);
+    glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+    glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, depth);
+    styles::StyleManager manager;
+    TestStyle style(&manager, "test_invert", 1.0f, false);
+    manager.addStyle(&style);
+    selectEffect("test_invert");
+    const GlState before = snapshot();
+    styles::renderGuarded(manager);
+    EXPECT_EQ(differences(before, snapshot()), "");
+    selectEffect("");
+}
+
+// An effect library built against the public header alone, linked to nothing
+// but libvelour.so, registers a style and the layer draws it.
+TEST(ExportedSurface, ALibraryBuiltOnThePublicHeaderRegistersAStyleThatIsDrawn) {
+    GlContext context(WIDTH, HEIGHT);
+    drawPicture(WIDTH, HEIGHT);
+    void* library = dlopen(VELOUR_STYLE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    auto initialize = reinterpret_cast<void (*)(styles::StyleManager*)>(
+        dlsym(library, "Tessel_Initialize"));
+    ASSERT_NE(initialize, nullptr);
+    styles::StyleManager manager;
+    initialize(&manager);
+    selectEffect("library_invert");
+    styles::renderGuarded(manager);
+    selectEffect("");
+    EXPECT_EQ(countWrongPixels(readPixels(WIDTH, HEIGHT), [](int) { return true; }), 0);
+}
+
+}  // namespace
+}  // namespace velour::test
