@@ -39,7 +39,9 @@ void insertRenderContext(EGLContext context, std::unique_ptr<RenderContext> rend
 
 RenderEffectOnPass::RenderEffectOnPass(styles::StyleManager* styleManager,
                                        std::unordered_set<games::Pass> passes)
-    : detectablePasses(std::move(passes)), styleManager(styleManager), targetPass(games::Pass::end) {
+    : detectablePasses(std::move(passes)),
+      styleManager(styleManager),
+      targetPass(games::Pass::end) {
     detectablePasses.max_load_factor(1.0f);
     if (detectablePasses.count(games::Pass::ui)) targetPass = games::Pass::ui;
 }
@@ -94,8 +96,8 @@ bool RenderContext::init() {
             "Tessel initialized for EGL context %p", context);
     hook = games::createGameHook();
     games::PassTracker& tracker = hook->getPassTracker();
-    auto listener = std::make_shared<RenderEffectOnPass>(styleManager.get(),
-                                                         hook->getDetectablePasses());
+    auto listener =
+        std::make_shared<RenderEffectOnPass>(styleManager.get(), hook->getDetectablePasses());
     static_cast<utils::Property<games::Pass>&>(tracker.getPassProperty()).addListener(listener);
     return true;
 }

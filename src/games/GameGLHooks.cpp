@@ -126,7 +126,8 @@ const GLubyte* getString(GLenum name) {
     if (name != EXTENSIONS || !answer) return answer;
     thread_local std::string extensions = [answer] {
         std::string copy(reinterpret_cast<const char*>(answer));
-        if (copy.find(DEBUG_LABEL) == std::string::npos) copy.insert(0, std::string(DEBUG_LABEL) + " ");
+        if (copy.find(DEBUG_LABEL) == std::string::npos)
+            copy.insert(0, std::string(DEBUG_LABEL) + " ");
         return copy;
     }();
     return reinterpret_cast<const GLubyte*>(extensions.c_str());
@@ -233,9 +234,9 @@ void GameGLHooks::enterUIPass() {
 }
 
 bool GameGLHooks::isUICanvas(std::vector<std::pair<int, int>> sizes) {
-    constexpr GLenum FRAMEBUFFER = 0x8D40, FRAMEBUFFER_BINDING = 0x8CA6,
-                     COLOR_ATTACHMENT0 = 0x8CE0, ATTACHMENT_NAME = 0x8CD1, TEXTURE_2D = 0x0DE1,
-                     TEXTURE_BINDING_2D = 0x8069, TEXTURE_WIDTH = 0x1000, TEXTURE_HEIGHT = 0x1001;
+    constexpr GLenum FRAMEBUFFER = 0x8D40, FRAMEBUFFER_BINDING = 0x8CA6, COLOR_ATTACHMENT0 = 0x8CE0,
+                     ATTACHMENT_NAME = 0x8CD1, TEXTURE_2D = 0x0DE1, TEXTURE_BINDING_2D = 0x8069,
+                     TEXTURE_WIDTH = 0x1000, TEXTURE_HEIGHT = 0x1001;
     GLint bound = 0;
     drv::glGetIntegerv(FRAMEBUFFER_BINDING, &bound);
     if (static_cast<unsigned>(bound) == defaultFramebuffer) return true;
@@ -306,8 +307,8 @@ void* getGameUnsupportedFunction(char const* name) {
     static int otherLogged = 0;
     if (core::context.gameConfig.game == 1) {
         if (core::g_enabledLogSeverity >= core::LOG_VERBOSE && pubgLogged++ == 0)
-            core::log("src/games/GameGLHooks", 392, "getGameUnsupportedFunction",
-                      core::LOG_VERBOSE, "API Safety check: PubG added");
+            core::log("src/games/GameGLHooks", 392, "getGameUnsupportedFunction", core::LOG_VERBOSE,
+                      "API Safety check: PubG added");
         return pubg::getUnsupportedFunction(name);
     }
     if (core::g_enabledLogSeverity >= core::LOG_VERBOSE && otherLogged++ == 0)

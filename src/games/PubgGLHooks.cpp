@@ -14,15 +14,15 @@ namespace velour::games {
 
 namespace {
 
-constexpr unsigned TEXTURE = 0x1702;             // GL_TEXTURE
-constexpr unsigned PROGRAM_OBJECT = 0x8B40;      // GL_PROGRAM_OBJECT_EXT
-constexpr unsigned FRAMEBUFFER = 0x8D40;         // GL_FRAMEBUFFER
-constexpr unsigned DRAW_FRAMEBUFFER = 0x8CA9;    // GL_DRAW_FRAMEBUFFER
-constexpr unsigned CULL_FACE = 0x0B44;           // GL_CULL_FACE
-constexpr unsigned DEPTH_TEST = 0x0B71;          // GL_DEPTH_TEST
-constexpr unsigned SRC_ALPHA = 0x0302;           // GL_SRC_ALPHA
-constexpr unsigned ONE = 1;                      // GL_ONE
-constexpr unsigned PLAY_MIN_DRAWS = 17;          // fewer draws can never be play
+constexpr unsigned TEXTURE = 0x1702;           // GL_TEXTURE
+constexpr unsigned PROGRAM_OBJECT = 0x8B40;    // GL_PROGRAM_OBJECT_EXT
+constexpr unsigned FRAMEBUFFER = 0x8D40;       // GL_FRAMEBUFFER
+constexpr unsigned DRAW_FRAMEBUFFER = 0x8CA9;  // GL_DRAW_FRAMEBUFFER
+constexpr unsigned CULL_FACE = 0x0B44;         // GL_CULL_FACE
+constexpr unsigned DEPTH_TEST = 0x0B71;        // GL_DEPTH_TEST
+constexpr unsigned SRC_ALPHA = 0x0302;         // GL_SRC_ALPHA
+constexpr unsigned ONE = 1;                    // GL_ONE
+constexpr unsigned PLAY_MIN_DRAWS = 17;        // fewer draws can never be play
 const char GAME_WORD[] = "pubg";
 
 // Label lists of the data file, in the order the trackers are filled.
@@ -131,8 +131,8 @@ void PubgHooksBase::determineStartOfUI() {
 }
 
 void PubgHooksBase::onAfterBindFramebuffer(unsigned int target, unsigned int framebuffer) {
-    onDefaultFramebuffer = (target == FRAMEBUFFER || target == DRAW_FRAMEBUFFER) &&
-                           framebuffer == defaultFramebuffer;
+    onDefaultFramebuffer =
+        (target == FRAMEBUFFER || target == DRAW_FRAMEBUFFER) && framebuffer == defaultFramebuffer;
 }
 
 void PubgHooksBase::onDisable(unsigned int cap) {
@@ -176,8 +176,8 @@ void PubgHooksBase::onDeleteTextures(int count, const unsigned* textures) {
 }
 
 void PubgHooksBase::onDeleteProgram(unsigned int program) {
-    for (LabelTracker* tracker : {trackers.gamePlay, trackers.crosshair, trackers.lobby,
-                                  trackers.hud, trackers.none}) {
+    for (LabelTracker* tracker :
+         {trackers.gamePlay, trackers.crosshair, trackers.lobby, trackers.hud, trackers.none}) {
         if (!tracker) continue;
         std::lock_guard<std::mutex> lock(tracker->mutex);
         tracker->forgetObjects(PROGRAM_OBJECT, 1, &program);
@@ -187,8 +187,8 @@ void PubgHooksBase::onDeleteProgram(unsigned int program) {
 void PubgHooksBase::onLabelObjectEXT(unsigned int type, unsigned int object, int length,
                                      char const* label) {
     const std::string text = LabelTracker::labelText(length, label);
-    for (LabelTracker* tracker : {trackers.gamePlay, trackers.crosshair, trackers.lobby,
-                                  trackers.hud, trackers.none}) {
+    for (LabelTracker* tracker :
+         {trackers.gamePlay, trackers.crosshair, trackers.lobby, trackers.hud, trackers.none}) {
         if (!tracker) continue;
         std::lock_guard<std::mutex> lock(tracker->mutex);
         if (tracker->trackObject(type, object, text)) continue;
@@ -244,8 +244,7 @@ LabelTracker PubgGLHooks::_hudLabels("hud");
 LabelTracker PubgGLHooks::_noneLabels("none");
 
 PubgGLHooks::PubgGLHooks()
-    : PubgHooksBase({&_gamePlayLabels, &_crosshairLabels, &_lobbyLabels, &_hudLabels,
-                     &_noneLabels},
+    : PubgHooksBase({&_gamePlayLabels, &_crosshairLabels, &_lobbyLabels, &_hudLabels, &_noneLabels},
                     "pubg") {}
 
 bool PubgGLHooks::registerGlobalTriggers() {

@@ -82,22 +82,28 @@ TEST_F(Contract, CommonThunksTellTheHookBeforeTheDriver) {
     const Case cases[] = {
         {"use", [] { hijack::glUseProgram(3); }, {"onUseProgram", "driver:glUseProgram"}},
         {"link", [] { hijack::glLinkProgram(3); }, {"onLinkProgram", "driver:glLinkProgram"}},
-        {"delete program", [] { hijack::glDeleteProgram(3); },
+        {"delete program",
+         [] { hijack::glDeleteProgram(3); },
          {"onDeleteProgram", "driver:glDeleteProgram"}},
-        {"attach", [] { hijack::glAttachShader(3, 4); },
+        {"attach",
+         [] { hijack::glAttachShader(3, 4); },
          {"onAttachShader", "driver:glAttachShader"}},
-        {"detach", [] { hijack::glDetachShader(3, 4); },
+        {"detach",
+         [] { hijack::glDetachShader(3, 4); },
          {"onDetachShader", "driver:glDetachShader"}},
-        {"delete shader", [] { hijack::glDeleteShader(4); },
+        {"delete shader",
+         [] { hijack::glDeleteShader(4); },
          {"onDeleteShader", "driver:glDeleteShader"}},
-        {"source", [&] { hijack::glShaderSource(4, 1, &source, nullptr); },
+        {"source",
+         [&] { hijack::glShaderSource(4, 1, &source, nullptr); },
          {"onShaderSource", "driver:glShaderSource"}},
         // The driver never sees a label.
-        {"label", [] { hijack::glLabelObjectEXT(GL_TEXTURE, 5, 3, "abc"); },
-         {"onLabelObjectEXT"}},
-        {"arrays", [] { hijack::glDrawArrays(GL_TRIANGLES, 0, 3); },
+        {"label", [] { hijack::glLabelObjectEXT(GL_TEXTURE, 5, 3, "abc"); }, {"onLabelObjectEXT"}},
+        {"arrays",
+         [] { hijack::glDrawArrays(GL_TRIANGLES, 0, 3); },
          {"onDraw", "driver:glDrawArrays"}},
-        {"elements", [&] { hijack::glDrawElements(GL_TRIANGLES, 3, GL_UNSIGNED_SHORT, indices); },
+        {"elements",
+         [&] { hijack::glDrawElements(GL_TRIANGLES, 3, GL_UNSIGNED_SHORT, indices); },
          {"onDraw", "driver:glDrawElements"}},
         {"instanced",
          [&] { hijack::glDrawElementsInstanced(GL_TRIANGLES, 3, GL_UNSIGNED_SHORT, indices, 2); },
@@ -127,11 +133,11 @@ TEST_F(Contract, DrawsLeaveTheirParametersForTheGame) {
     RecordingHooks* hook = start();
     const GLuint indices[6] = {};
     hijack::glDrawElementsInstanced(GL_LINES, 6, GL_UNSIGNED_INT, indices, 4);
-    EXPECT_EQ(std::tuple(hook->drawMode, hook->drawIndexCount, hook->drawIndexType,
-                         hook->drawIndices, hook->drawIndexed, hook->drawInstanced,
-                         hook->drawInstanceCount),
-              std::tuple(unsigned{GL_LINES}, 6, unsigned{GL_UNSIGNED_INT},
-                         static_cast<const void*>(indices), true, true, 4));
+    EXPECT_EQ(
+        std::tuple(hook->drawMode, hook->drawIndexCount, hook->drawIndexType, hook->drawIndices,
+                   hook->drawIndexed, hook->drawInstanced, hook->drawInstanceCount),
+        std::tuple(unsigned{GL_LINES}, 6, unsigned{GL_UNSIGNED_INT},
+                   static_cast<const void*>(indices), true, true, 4));
     hijack::glDrawArrays(GL_POINTS, 2, 9);
     EXPECT_EQ(std::tuple(hook->drawMode, hook->drawFirst, hook->drawArrayCount),
               std::tuple(unsigned{GL_POINTS}, 2, 9));
@@ -145,11 +151,11 @@ TEST_F(Contract, TheSwapEndsTheFrameAndSkipSwapSwallowsOne) {
     RecordingHooks* hook = start();
     auto recorder = record(hook);
     swap();  // the first frame also copies one pixel out
-    EXPECT_EQ(events, (std::vector<std::string>{
-                          "onFrameEnd", "driver:glGenTextures", "driver:glActiveTexture",
-                          "driver:glBindTexture", "driver:glTexStorage2D",
-                          "driver:glCopyTexSubImage2D", "driver:glBindTexture",
-                          "driver:glDeleteTextures", "driver:eglSwapBuffers"}));
+    EXPECT_EQ(events,
+              (std::vector<std::string>{
+                  "onFrameEnd", "driver:glGenTextures", "driver:glActiveTexture",
+                  "driver:glBindTexture", "driver:glTexStorage2D", "driver:glCopyTexSubImage2D",
+                  "driver:glBindTexture", "driver:glDeleteTextures", "driver:eglSwapBuffers"}));
     // A frame with no draws still ends, and nothing restores the texture state.
     EXPECT_EQ(recorder->seen, (std::vector<std::string>{"none>end@0", "end>none@0"}));
     EXPECT_EQ(hook->frameCount, 1u);
@@ -187,13 +193,22 @@ std::set<std::string> replacedSlots() {
 }
 
 TEST_F(Contract, EachGameReplacesItsOwnSlotsAndTheCommonOnes) {
-    const std::set<std::string> common = {
-        "glUseProgram",        "eglSwapBuffers",    "glLinkProgram",
-        "glDeleteProgram",     "glAttachShader",    "glDetachShader",
-        "glDeleteShader",      "glShaderSource",    "glGetString",
-        "glGetStringi",        "glGetIntegerv",     "glLabelObjectEXT",
-        "glDrawArrays",        "glDrawElements",    "glDrawElementsInstanced",
-        "glDrawElementsBaseVertexOES"};
+    const std::set<std::string> common = {"glUseProgram",
+                                          "eglSwapBuffers",
+                                          "glLinkProgram",
+                                          "glDeleteProgram",
+                                          "glAttachShader",
+                                          "glDetachShader",
+                                          "glDeleteShader",
+                                          "glShaderSource",
+                                          "glGetString",
+                                          "glGetStringi",
+                                          "glGetIntegerv",
+                                          "glLabelObjectEXT",
+                                          "glDrawArrays",
+                                          "glDrawElements",
+                                          "glDrawElementsInstanced",
+                                          "glDrawElementsBaseVertexOES"};
     std::set<std::string> pubg = common;
     pubg.insert({"glDisable", "glBindFramebuffer", "glDepthRangef", "glBlendFuncSeparate",
                  "glBindTexture", "glDeleteTextures"});
@@ -225,9 +240,9 @@ TEST_F(Contract, ReplayMarkersNeedTheirExactLengthWithTheTerminator) {
     const std::string end = "velour.marker.frame_end", begin = "velour.marker.frame_begin";
     const Case cases[] = {
         {"end", [&] { hijack::glInsertEventMarkerEXT(24, end.c_str()); }, {"onFrameEnd"}},
-        {"begin", [&] { hijack::glInsertEventMarkerEXT(26, begin.c_str()); },
-         {"onSFRFrameBegin"}},
-        {"end, length without terminator", [&] { hijack::glInsertEventMarkerEXT(23, end.c_str()); },
+        {"begin", [&] { hijack::glInsertEventMarkerEXT(26, begin.c_str()); }, {"onSFRFrameBegin"}},
+        {"end, length without terminator",
+         [&] { hijack::glInsertEventMarkerEXT(23, end.c_str()); },
          {}},
         {"begin, length 0", [&] { hijack::glInsertEventMarkerEXT(0, begin.c_str()); }, {}},
         {"other text", [] { hijack::glInsertEventMarkerEXT(24, "velour.marker.frame_xyz"); }, {}},

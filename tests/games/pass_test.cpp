@@ -34,9 +34,10 @@ std::string print(const PassTracker& tracker) {
 
 TEST(Pass, NamesBothWaysKeepTheirAsymmetry) {
     const std::pair<const char*, Pass> toPass[] = {
-        {"", Pass::none},          {"MAIN_COLOR", Pass::main_color}, {"Shadow", Pass::shadow},
-        {"end", Pass::end},        {"none", Pass::ui},               {"no such pass", Pass::ui},
-        {"simple", Pass::simple},  {"post_processing", Pass::post_processing}};
+        {"", Pass::none},         {"MAIN_COLOR", Pass::main_color},
+        {"Shadow", Pass::shadow}, {"end", Pass::end},
+        {"none", Pass::ui},       {"no such pass", Pass::ui},
+        {"simple", Pass::simple}, {"post_processing", Pass::post_processing}};
     for (auto& [name, pass] : toPass) EXPECT_EQ(games::toPass(name), pass) << name;
     EXPECT_EQ(games::toString(Pass::none), "none");
     EXPECT_EQ(games::toString(Pass::post_processing), "post_processing");
@@ -81,8 +82,7 @@ TEST(PassTracker, FinishWithoutAPassBooksNoneAndAPassEnteredTwiceKeepsItsLastRun
     tracker.next(Pass::main_color, 0);
     tracker.next(Pass::post_processing, 5);
     tracker.next(Pass::main_color, 8);
-    EXPECT_EQ(print(tracker),
-              "Main Color Pass: 8 - 4294967295\nPost Processing Pass: 5 - 7");
+    EXPECT_EQ(print(tracker), "Main Color Pass: 8 - 4294967295\nPost Processing Pass: 5 - 7");
 }
 
 // A listener may take itself off the list while being told; the others are

@@ -75,13 +75,22 @@ TEST_F(Pubg, PlayIsDecidedAtTheFrameEndFromTheCounters) {
         {"3 + 0 is not above 3", false, true, true, 17, {3, 0, 3, 0}, false},
         {"crosshair outweighs the lobby", false, true, false, 30, {0, 2, 1, 0}, true},
         {"none list with no play label allows play", false, false, false, 17, {0, 2, 0, 1}, true},
-        {"none list with a play label forbids play", false, false, false, 17, {1, 2, 0, 1},
-         false},
+        {"none list with a play label forbids play", false, false, false, 17, {1, 2, 0, 1}, false},
         {"only a none label says menu", false, false, true, 17, {0, 0, 0, 1}, false},
-        {"international: crosshair and lobby 0, play 0 keeps play", true, false, true, 17,
-         {0, 0, 0, 0}, true},
-        {"international: crosshair and lobby 0, play 1 is play", true, false, false, 17,
-         {1, 0, 0, 0}, true},
+        {"international: crosshair and lobby 0, play 0 keeps play",
+         true,
+         false,
+         true,
+         17,
+         {0, 0, 0, 0},
+         true},
+        {"international: crosshair and lobby 0, play 1 is play",
+         true,
+         false,
+         false,
+         17,
+         {1, 0, 0, 0},
+         true},
         {"international: 0 + 1 is not above 2", true, false, true, 17, {0, 1, 2, 0}, false},
     };
     for (int game : {1, 8}) {
@@ -130,8 +139,8 @@ TEST_P(Pubg, TheFirstFrameOfPlayCarriesNoEffectAndUIIsEnteredOnceAFrame) {
     draw(11);
     swap();
     EXPECT_EQ(recorder->into(Pass::ui), std::vector<std::string>{"@5"});
-    EXPECT_EQ(recorder->seen, (std::vector<std::string>{"shadow>ui@5", "ui>end@17",
-                                                        "end>none@0", "none>shadow@0"}));
+    EXPECT_EQ(recorder->seen, (std::vector<std::string>{"shadow>ui@5", "ui>end@17", "end>none@0",
+                                                        "none>shadow@0"}));
 }
 
 struct StartCase {
@@ -358,10 +367,8 @@ TEST_P(Pubg, AFrameStartsInTheShadowPassAndTheOnDefaultFramebufferFlagFollowsBin
                                         Pass::ui, Pass::end}));
 }
 
-INSTANTIATE_TEST_SUITE_P(Editions, Pubg, ::testing::Values(1, 8),
-                         [](const auto& info) {
-                             return info.param == 1 ? std::string("Pubg")
-                                                    : std::string("International");
-                         });
+INSTANTIATE_TEST_SUITE_P(Editions, Pubg, ::testing::Values(1, 8), [](const auto& info) {
+    return info.param == 1 ? std::string("Pubg") : std::string("International");
+});
 
 }  // namespace
