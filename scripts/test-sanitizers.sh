@@ -4,8 +4,9 @@
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 unit_targets=(velour_utils_tests velour_platform_tests velour_log_tests velour_layer_tests
-              velour_deferred_tests velour-dat velour-prop velour-probe velour)
-unit_tests='^(utils|dat_tool|platform|log|layer|deferred)$'
+              velour_deferred_tests velour-dat velour-prop velour-probe velour
+              tessel_config_tests)
+unit_tests='^(utils|dat_tool|platform|log|layer|deferred|tessel_config)$'
 
 asan=${VELOUR_ASAN_DIR:-$top/build-asan}
 cmake -S "$top" -B "$asan" -G Ninja -DVELOUR_SANITIZE=address,undefined >/dev/null
