@@ -19,10 +19,11 @@ class Scene {
     Scene(const Scene&) = delete;
     Scene& operator=(const Scene&) = delete;
 
-    // Renders frame `frame` (counted from 1) into the default framebuffer.
-    // Everything animated depends on `frame` alone. With `capture`, the
-    // finished image is also read into the screenshot pack buffer.
-    void renderFrame(int frame, bool capture);
+    // Renders frame `frame` (counted from 1) into the default framebuffer:
+    // the game in play, or with `lobby` its menu. Everything animated depends
+    // on `frame` alone. With `capture`, the finished image is also read into
+    // the screenshot pack buffer.
+    void renderFrame(int frame, bool capture, bool lobby = false);
 
     // The last captured image: RGBA, bottom row first.
     std::vector<std::uint8_t> readCapture();
@@ -40,6 +41,8 @@ class Scene {
     void updateDetailTexture(int frame);
     void updateInstances(float t);
     void drawScene(bool withQuery, int frame);
+    // The capture, if wanted, and the fence the next frame waits for.
+    void finishFrame(bool capture);
 
     int width_, height_;
     bool hdr_ = false;
@@ -66,6 +69,8 @@ class Scene {
     std::int8_t sine_[256] = {};
     float exposure_ = 1.0f;
     bool targetVisible_ = true;
+    // The last frame drew the game, so its query and probe hold results.
+    bool previousPlayed_ = false;
     // What the per-frame uniforms need from updateInstances().
     float targetModel_[16] = {};
     std::unique_ptr<Hud> hud_;
