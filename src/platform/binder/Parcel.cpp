@@ -178,6 +178,9 @@ status_t Parcel::writeAligned(T val) {
 status_t Parcel::writeInt32(int32_t val) {
     return writeAligned(val);
 }
+status_t Parcel::writeInt64(int64_t val) {
+    return writeAligned(val);
+}
 status_t Parcel::writeBool(bool val) {
     return writeInt32(val ? 1 : 0);
 }
@@ -285,6 +288,16 @@ status_t Parcel::readInt32(int32_t* pArg) const {
 int32_t Parcel::readInt32() const {
     int32_t value = 0;
     readInt32(&value);
+    return value;
+}
+
+status_t Parcel::readInt64(int64_t* pArg) const {
+    return readAligned(pArg);
+}
+
+int64_t Parcel::readInt64() const {
+    int64_t value = 0;
+    readInt64(&value);
     return value;
 }
 
