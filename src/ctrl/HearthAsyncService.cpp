@@ -50,10 +50,13 @@ IMPLEMENT_META_INTERFACE(HearthStatusListener, "com.nimbo.hearth.ITesselCallback
 
 android::status_t HearthStatusListener::onTransact(uint32_t code, const android::Parcel& data,
                                                    android::Parcel* reply, uint32_t flags) {
-    if (!data.checkInterface(this) || code != transactionCode)
-        return BBinder::onTransact(code, data, reply, flags);
-    int32_t type = data.readInt32();
-    android::String16 config = data.readString16();
+    if (!data.checkInterface(this)) return android::PERMISSION_DENIED;
+    if (code != transactionCode) return BBinder::onTransact(code, data, reply, flags);
+    // A callback that does not hold both values changes nothing.
+    int32_t type = 0;
+    android::String16 config;
+    if (data.readInt32(&type) != android::OK || data.readString16(&config) != android::OK)
+        return android::BAD_VALUE;
     serviceLog("HearthAsyncService: I got the callback type = %d, config = %s", type,
                toUtf8(config).c_str());
     if (type < 100)

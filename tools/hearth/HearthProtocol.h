@@ -24,6 +24,7 @@ enum Control : uint32_t {
     HANG = 7,             // int32 milliseconds the next service request waits before its answer
     COUNT_LISTENERS = 8,  // reply int32
     SET_DATA = 9,         // String16 package (".4D" for haptics data), String16 text
+    SET_NEXT_REPLY = 10,  // int32 length, bytes: the next service request gets them as its reply
 };
 
 }  // namespace velour::hearth

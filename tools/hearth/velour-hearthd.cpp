@@ -95,6 +95,12 @@ class HearthService : public android::BBinder {
             return android::BBinder::onTransact(code, data, reply, flags);
         int hang = hangMs.exchange(0);
         if (hang > 0) std::this_thread::sleep_for(std::chrono::milliseconds(hang));
+        std::vector<uint8_t> scripted;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            scripted.swap(nextReply);
+        }
+        if (!scripted.empty()) return reply->setData(scripted.data(), scripted.size());
         return serve(code, data, reply);
     }
 
@@ -286,6 +292,15 @@ class HearthService : public android::BBinder {
                 reply->writeInt32(static_cast<int32_t>(bytes.size()));
                 return reply->write(bytes.data(), bytes.size());
             }
+            case SET_NEXT_REPLY: {
+                int32_t length = data.readInt32();
+                const void* bytes = length > 0 ? data.readInplace(size_t(length)) : nullptr;
+                if (!bytes) return android::BAD_VALUE;
+                std::lock_guard<std::mutex> lock(mutex);
+                auto* at = static_cast<const uint8_t*>(bytes);
+                nextReply.assign(at, at + length);
+                return android::NO_ERROR;
+            }
             case HANG:
                 hangMs = data.readInt32();
                 return android::NO_ERROR;
@@ -305,6 +320,7 @@ class HearthService : public android::BBinder {
     std::vector<sp<IBinder>> listeners;
     std::vector<std::pair<int64_t, std::string>> weapons;
     std::map<uint32_t, std::vector<uint8_t>> lastRequests;
+    std::vector<uint8_t> nextReply;
 };
 
 }  // namespace
