@@ -2,7 +2,8 @@
 # The main job: sets up, builds, and runs the demo game directly and through
 # the layer (loaded as the platform's loader loads it) in the deferred mode and
 # the hooks-only mode, with screenshots; prints frame rates side by side and
-# whether every frame is identical to the direct run's.
+# whether every frame is identical to the direct run's. Then, in each mode, runs
+# it with the reference game service and switches the effect while it runs.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 build=${VELOUR_BUILD_DIR:-$top/build}
@@ -18,7 +19,9 @@ runs velour-demo directly and through velour-run --mode N for each mode
 screenshot every 30 frames into a folder under /tmp, and prints frames per
 second and render-thread ms per frame of each run and whether its frames are
 identical, byte for byte, to the direct run's. Exits 1 if any frame differs or
-a run fails.
+a run fails. Then runs the demo once more in each mode with the game service
+(velour-run --effect hdr) and switches its effect with velour-hearth while it
+runs, and prints the effects the game received.
 
 examples:
   scripts/demo.sh
@@ -95,6 +98,31 @@ for mode in $modes; do
     fi
 done
 
+# The game service: started with "hdr", switched twice while the demo runs. The
+# game logs each callback it gets; those lines are the proof of the switch.
+hearth=$build/tools/hearth/velour-hearth
+declare -A switched
+for mode in $modes; do
+    sysroot=$shots/service-sysroot-$mode log=$shots/service-mode$mode.log
+    "$run" --sysroot "$sysroot" --package com.velour.demo --mode "$mode" --effect hdr -- \
+        "$demo" --frames 100000 --size "$size" --quiet >"$log" 2>&1 &
+    game=$!
+    for _ in $(seq 100); do
+        [ "$(VELOUR_SYSROOT=$sysroot "$hearth" listeners 2>/dev/null)" = 1 ] && break
+        sleep 0.1
+    done
+    for effect in pixelize cel_shading; do
+        sleep 0.5
+        VELOUR_SYSROOT=$sysroot "$hearth" effect "$effect" >>"$shots/service-switch.log" 2>&1 || true
+    done
+    sleep 0.5
+    kill -TERM "$game" 2>/dev/null || true
+    wait "$game" 2>/dev/null || true
+    got=$(sed -n 's/.*I got the callback type = \([0-9]*\).*/\1/p' "$log" | tr '\n' ' ')
+    switched[$mode]=${got:-none}
+    [ "$got" = "3 6 2 " ] || status=1
+done
+
 echo
 echo "velour-demo, $size, $frames frames, screenshots every 30 frames and the last"
 printf '%-9s %8s %24s   %s\n' run fps "render-thread ms/frame" "frames"
@@ -102,5 +130,10 @@ for name in "${labels[@]}"; do
     label=$name
     [ "$name" = direct ] || label="mode ${name#mode}"
     printf '%-9s %8s %24s   %s\n' "$label" "${fps[$name]}" "${ms[$name]}" "${frames_result[$name]}"
+done
+echo
+echo "with the game service: effect types the game received (3 hdr at start, then 6 pixelize, 2 cel_shading)"
+for mode in $modes; do
+    printf 'mode %-4s %s\n' "$mode" "${switched[$mode]}"
 done
 exit "$status"
