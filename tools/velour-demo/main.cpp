@@ -49,6 +49,7 @@ const char kUsage[] =
     "  --script PHASES    play phases in order instead of --frames: each lobby:N or\n"
     "                     play:N, N frames of the menu or of the game\n"
     "                                                         --script lobby:60,play:300,lobby:60\n"
+    "  --no-hud           draw no HUD, to tell which pixels the HUD covers\n"
     "  --quiet            print the summary line only\n"
     "  --help             print this help\n"
     "\n"
@@ -69,6 +70,7 @@ struct Options {
     std::string screenshots;
     int shotEvery = 30;
     bool quiet = false;
+    bool hud = true;
 };
 
 std::vector<Phase> parseScript(const std::string& text) {
@@ -124,6 +126,8 @@ Options parseOptions(int argc, char** argv, bool* help) {
             o.script = parseScript(value());
             o.frames = 0;
             for (const Phase& phase : o.script) o.frames += phase.frames;
+        } else if (arg == "--no-hud") {
+            o.hud = false;
         } else if (arg == "--quiet") {
             o.quiet = true;
         } else {
@@ -148,7 +152,7 @@ int run(const Options& o) {
     }
 
     EglSession egl(o.width, o.height);
-    Scene scene(o.width, o.height);
+    Scene scene(o.width, o.height, o.hud);
     if (!o.quiet) {
         const auto* renderer = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
         const auto* version = reinterpret_cast<const char*>(glGetString(GL_VERSION));

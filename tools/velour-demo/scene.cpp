@@ -90,7 +90,7 @@ void setConstantInstance(const float model[16], const float color[4]) {
 
 }  // namespace
 
-Scene::Scene(int width, int height) : width_(width), height_(height) {
+Scene::Scene(int width, int height, bool hud) : width_(width), height_(height), drawHud_(hud) {
     GLint major = 0, minor = 0;
     glGetIntegerv(GL_MAJOR_VERSION, &major);
     glGetIntegerv(GL_MINOR_VERSION, &minor);
@@ -525,7 +525,8 @@ void Scene::renderFrame(int frame, bool capture, bool lobby) {
     glBindVertexArray(0);
 
     glBindFramebuffer(GL_FRAMEBUFFER, screen_);
-    hud_->draw(width_, height_, frame, 0.55f + 0.4f * std::sin(2.2f * t), targetVisible_);
+    if (drawHud_)
+        hud_->draw(width_, height_, frame, 0.55f + 0.4f * std::sin(2.2f * t), targetVisible_);
     finishFrame(capture);
 }
 

@@ -14,7 +14,7 @@ namespace demo {
 class Scene {
   public:
     // Needs a current ES 3 context; throws Failure when a resource cannot be made.
-    Scene(int width, int height);
+    Scene(int width, int height, bool hud = true);
     ~Scene();
     Scene(const Scene&) = delete;
     Scene& operator=(const Scene&) = delete;
@@ -45,6 +45,7 @@ class Scene {
     void finishFrame(bool capture);
 
     int width_, height_;
+    bool drawHud_;
     bool hdr_ = false;
 
     GLuint staticVbo_ = 0, staticIbo_ = 0, instanceVbo_ = 0, postVbo_ = 0;
