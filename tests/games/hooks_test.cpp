@@ -313,10 +313,8 @@ void fakeExtensions(std::vector<const char*> list, const char* joined) {
     names = list;
     all = joined;
     fake::setHandler("glGetIntegerv", [](const fake::Call& call) -> std::uint64_t {
-        if (call.args[0].bits == GL_NUM_EXTENSIONS)
-            *reinterpret_cast<GLint*>(call.args[1].bits) = static_cast<GLint>(names.size());
-        else
-            *reinterpret_cast<GLint*>(call.args[1].bits) = 77;
+        auto* data = reinterpret_cast<GLint*>(static_cast<std::uintptr_t>(call.args[1].bits));
+        *data = call.args[0].bits == GL_NUM_EXTENSIONS ? static_cast<GLint>(names.size()) : 77;
         return 0;
     });
     fake::setHandler("glGetStringi", [](const fake::Call& call) -> std::uint64_t {
