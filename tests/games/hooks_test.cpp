@@ -162,7 +162,7 @@ TEST_F(Contract, TheSwapEndsTheFrameAndSkipSwapSwallowsOne) {
 
     hook->skipNextSwap = true;
     events.clear();
-    EXPECT_EQ(hijack::eglSwapBuffers(nullptr, nullptr), EGL_TRUE);
+    EXPECT_EQ(hijack::eglSwapBuffers(nullptr, nullptr), EGLBoolean{EGL_TRUE});
     EXPECT_EQ(events, std::vector<std::string>{"onFrameEnd"});
     events.clear();
     swap();
