@@ -61,6 +61,9 @@ RenderContext::RenderContext() = default;
 // The effect's manager goes first, then the hook that drives it, then the
 // executor, which drains and joins its worker.
 RenderContext::~RenderContext() {
+    // The worker may still be replaying calls that reach the hook and the
+    // style: it finishes them before those go.
+    if (executor && hook && !executor->isShutDown()) executor->queue.flushAndWait();
     styleManager.reset();
     hook.reset();
     executor.reset();
