@@ -4,6 +4,8 @@
 # the hooks-only mode, with screenshots; prints frame rates side by side and
 # whether every frame is identical to the direct run's. Then, in each mode, runs
 # it with the reference game service and switches the effect while it runs.
+# Last, the demo as game 1 with a lobby, play and a lobby again: the effect
+# must show in the play frames only.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 build=${VELOUR_BUILD_DIR:-$top/build}
@@ -123,6 +125,35 @@ for mode in $modes; do
     [ "$got" = "3 6 2 " ] || status=1
 done
 
+# The demo as game 1: lobby, play, lobby, with the style color_invert. Shots
+# every 10 frames: the play shots (after the first frame of play) carry the
+# style under the HUD, the lobby shots are the direct run's.
+script=lobby:30,play:60,lobby:30
+"$demo" --script "$script" --size "$size" --shot-every 10 --quiet \
+    --screenshots "$shots/game-direct" >"$shots/game-direct.log" 2>&1 || status=1
+declare -A game_result
+for mode in $modes; do
+    name=game-mode$mode
+    if "$run" --package com.velour.pubg --mode "$mode" --effect color_invert -- "$demo" \
+        --script "$script" --size "$size" --shot-every 10 --quiet --screenshots "$shots/$name" \
+        >"$shots/$name.log" 2>&1; then
+        styled=0 plain=0
+        for frame in 40 50 60 70 80 90; do
+            cmp -s "$shots/game-direct/frame-000$frame.png" "$shots/$name/frame-000$frame.png" ||
+                styled=$((styled + 1))
+        done
+        for frame in 010 020 030 100 110 120; do
+            cmp -s "$shots/game-direct/frame-00$frame.png" "$shots/$name/frame-00$frame.png" &&
+                plain=$((plain + 1))
+        done
+        game_result[$mode]="styled play shots: $styled of 6, lobby shots as direct: $plain of 6"
+        [ "$styled" -eq 6 ] && [ "$plain" -eq 6 ] || status=1
+    else
+        game_result[$mode]="run failed"
+        status=1
+    fi
+done
+
 echo
 echo "velour-demo, $size, $frames frames, screenshots every 30 frames and the last"
 printf '%-9s %8s %24s   %s\n' run fps "render-thread ms/frame" "frames"
@@ -135,5 +166,10 @@ echo
 echo "with the game service: effect types the game received (3 hdr at start, then 6 pixelize, 2 cel_shading)"
 for mode in $modes; do
     printf 'mode %-4s %s\n' "$mode" "${switched[$mode]}"
+done
+echo
+echo "as game 1 with color_invert, $script (the style lands under the HUD during play)"
+for mode in $modes; do
+    printf 'mode %-4s %s\n' "$mode" "${game_result[$mode]}"
 done
 exit "$status"
