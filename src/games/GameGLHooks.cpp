@@ -6,6 +6,7 @@
 
 #include "core/context.h"
 #include "core/log.h"
+#include "drv/gl.h"
 #include "games/CurrentHook.h"
 #include "games/PubgGLHooks.h"
 #include "velour/entry_points.h"
@@ -16,8 +17,6 @@ namespace velour::games {
 
 namespace {
 
-constexpr GLenum EXTENSIONS = 0x1F03;      // GL_EXTENSIONS
-constexpr GLenum NUM_EXTENSIONS = 0x821D;  // GL_NUM_EXTENSIONS
 const char DEBUG_LABEL[] = "GL_EXT_debug_label";
 const char MARKER_FRAME_END[] = "velour.marker.frame_end";
 const char MARKER_FRAME_BEGIN[] = "velour.marker.frame_begin";
@@ -123,7 +122,7 @@ void labelObject(GLenum type, GLuint object, GLsizei length, const GLchar* label
 // The debug-label extension is offered whatever the driver offers.
 const GLubyte* getString(GLenum name) {
     const GLubyte* answer = drv::glGetString(name);
-    if (name != EXTENSIONS || !answer) return answer;
+    if (name != GL_EXTENSIONS || !answer) return answer;
     thread_local std::string extensions = [answer] {
         std::string copy(reinterpret_cast<const char*>(answer));
         if (copy.find(DEBUG_LABEL) == std::string::npos)
@@ -141,7 +140,7 @@ const GLubyte* getStringi(GLenum name, GLuint index) {
 
 void getIntegerv(GLenum name, GLint* data) {
     drv::glGetIntegerv(name, data);
-    if (name == NUM_EXTENSIONS && data && !isDebugLabelSupported()) ++*data;
+    if (name == GL_NUM_EXTENSIONS && data && !isDebugLabelSupported()) ++*data;
 }
 
 void writeCommonSlots() {
@@ -197,11 +196,11 @@ void GameGLHooks::onFrameEnd() {
         // bound and active stays so.
         GLuint texture = 0;
         drv::glGenTextures(1, &texture);
-        drv::glActiveTexture(0x84C0);  // GL_TEXTURE0
-        drv::glBindTexture(0x0DE1, texture);
-        drv::glTexStorage2D(0x0DE1, 1, 0x8051, 1, 1);  // GL_TEXTURE_2D, GL_RGB8
-        drv::glCopyTexSubImage2D(0x0DE1, 0, 0, 0, 0, 0, 1, 1);
-        drv::glBindTexture(0x0DE1, 0);
+        drv::glActiveTexture(GL_TEXTURE0);
+        drv::glBindTexture(GL_TEXTURE_2D, texture);
+        drv::glTexStorage2D(GL_TEXTURE_2D, 1, GL_RGB8, 1, 1);
+        drv::glCopyTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, 0, 0, 1, 1);
+        drv::glBindTexture(GL_TEXTURE_2D, 0);
         drv::glDeleteTextures(1, &texture);
     }
     passTracker.finish(static_cast<unsigned>(drawCount));
@@ -234,23 +233,20 @@ void GameGLHooks::enterUIPass() {
 }
 
 bool GameGLHooks::isUICanvas(std::vector<std::pair<int, int>> sizes) {
-    constexpr GLenum FRAMEBUFFER = 0x8D40, FRAMEBUFFER_BINDING = 0x8CA6, COLOR_ATTACHMENT0 = 0x8CE0,
-                     ATTACHMENT_NAME = 0x8CD1, TEXTURE_2D = 0x0DE1, TEXTURE_BINDING_2D = 0x8069,
-                     TEXTURE_WIDTH = 0x1000, TEXTURE_HEIGHT = 0x1001;
     GLint bound = 0;
-    drv::glGetIntegerv(FRAMEBUFFER_BINDING, &bound);
+    drv::glGetIntegerv(GL_FRAMEBUFFER_BINDING, &bound);
     if (static_cast<unsigned>(bound) == defaultFramebuffer) return true;
     GLint attachment = 0;
-    drv::glGetFramebufferAttachmentParameteriv(FRAMEBUFFER, COLOR_ATTACHMENT0, ATTACHMENT_NAME,
-                                               &attachment);
+    drv::glGetFramebufferAttachmentParameteriv(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0,
+                                               GL_FRAMEBUFFER_ATTACHMENT_OBJECT_NAME, &attachment);
     if (attachment == 0) return false;
     GLint saved = 0;
-    drv::glGetIntegerv(TEXTURE_BINDING_2D, &saved);
-    drv::glBindTexture(TEXTURE_2D, static_cast<GLuint>(attachment));
+    drv::glGetIntegerv(GL_TEXTURE_BINDING_2D, &saved);
+    drv::glBindTexture(GL_TEXTURE_2D, static_cast<GLuint>(attachment));
     GLint width = 0, height = 0;
-    drv::glGetTexLevelParameteriv(TEXTURE_2D, 0, TEXTURE_WIDTH, &width);
-    drv::glGetTexLevelParameteriv(TEXTURE_2D, 0, TEXTURE_HEIGHT, &height);
-    drv::glBindTexture(TEXTURE_2D, static_cast<GLuint>(saved));
+    drv::glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_WIDTH, &width);
+    drv::glGetTexLevelParameteriv(GL_TEXTURE_2D, 0, GL_TEXTURE_HEIGHT, &height);
+    drv::glBindTexture(GL_TEXTURE_2D, static_cast<GLuint>(saved));
     for (const auto& [w, h] : sizes)
         if (w == width && h == height) return true;
     return false;
@@ -292,9 +288,9 @@ std::unique_ptr<GameGLHooks> createGameHook() {
 bool isDebugLabelSupported() {
     static const bool supported = [] {
         GLint count = 0;
-        drv::glGetIntegerv(NUM_EXTENSIONS, &count);
+        drv::glGetIntegerv(GL_NUM_EXTENSIONS, &count);
         for (GLint i = 0; i < count; ++i) {
-            auto* name = reinterpret_cast<const char*>(drv::glGetStringi(EXTENSIONS, i));
+            auto* name = reinterpret_cast<const char*>(drv::glGetStringi(GL_EXTENSIONS, i));
             if (name && std::strstr(name, DEBUG_LABEL)) return true;
         }
         return false;

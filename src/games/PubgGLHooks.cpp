@@ -6,6 +6,7 @@
 
 #include "core/log.h"
 #include "ctrl/ctrl.h"
+#include "drv/gl.h"
 #include "platform/paths.h"
 #include "velour/entry_points.h"
 #include "velour/hook_thunks.h"
@@ -14,15 +15,8 @@ namespace velour::games {
 
 namespace {
 
-constexpr unsigned TEXTURE = 0x1702;           // GL_TEXTURE
-constexpr unsigned PROGRAM_OBJECT = 0x8B40;    // GL_PROGRAM_OBJECT_EXT
-constexpr unsigned FRAMEBUFFER = 0x8D40;       // GL_FRAMEBUFFER
-constexpr unsigned DRAW_FRAMEBUFFER = 0x8CA9;  // GL_DRAW_FRAMEBUFFER
-constexpr unsigned CULL_FACE = 0x0B44;         // GL_CULL_FACE
-constexpr unsigned DEPTH_TEST = 0x0B71;        // GL_DEPTH_TEST
-constexpr unsigned SRC_ALPHA = 0x0302;         // GL_SRC_ALPHA
-constexpr unsigned ONE = 1;                    // GL_ONE
-constexpr unsigned PLAY_MIN_DRAWS = 17;        // fewer draws can never be play
+// A frame of fewer draws can never be play.
+constexpr unsigned PLAY_MIN_DRAWS = 17;
 const char GAME_WORD[] = "pubg";
 
 // Label lists of the data file, in the order the trackers are filled.
@@ -131,13 +125,13 @@ void PubgHooksBase::determineStartOfUI() {
 }
 
 void PubgHooksBase::onAfterBindFramebuffer(unsigned int target, unsigned int framebuffer) {
-    onDefaultFramebuffer =
-        (target == FRAMEBUFFER || target == DRAW_FRAMEBUFFER) && framebuffer == defaultFramebuffer;
+    onDefaultFramebuffer = (target == GL_FRAMEBUFFER || target == GL_DRAW_FRAMEBUFFER) &&
+                           framebuffer == defaultFramebuffer;
 }
 
 void PubgHooksBase::onDisable(unsigned int cap) {
-    if (cap == CULL_FACE) cullFaceOff = true;
-    if (cap == DEPTH_TEST) depthTestOff = true;
+    if (cap == GL_CULL_FACE) cullFaceOff = true;
+    if (cap == GL_DEPTH_TEST) depthTestOff = true;
 }
 
 void PubgHooksBase::onAfterDepthRange(float n, float f) {
@@ -146,22 +140,22 @@ void PubgHooksBase::onAfterDepthRange(float n, float f) {
 
 void PubgHooksBase::onBlendFuncSeparate(unsigned int srcRGB, unsigned int, unsigned int,
                                         unsigned int dstAlpha) {
-    if (srcRGB == SRC_ALPHA && dstAlpha == ONE) blendSeen = true;
+    if (srcRGB == GL_SRC_ALPHA && dstAlpha == GL_ONE) blendSeen = true;
 }
 
 void PubgHooksBase::countBoundTexture(unsigned int texture) {
-    if (trackers.gamePlay->findLabel(TEXTURE, texture)) {
+    if (trackers.gamePlay->findLabel(GL_TEXTURE, texture)) {
         ++gamePlayCount;
         uiLabelBound = true;
-    } else if (trackers.crosshair->findLabel(TEXTURE, texture)) {
+    } else if (trackers.crosshair->findLabel(GL_TEXTURE, texture)) {
         ++crosshairCount;
         uiLabelBound = true;
-    } else if (trackers.lobby->findLabel(TEXTURE, texture)) {
+    } else if (trackers.lobby->findLabel(GL_TEXTURE, texture)) {
         ++lobbyCount;
         uiLabelBound = true;
-    } else if (trackers.hud->findLabel(TEXTURE, texture)) {
+    } else if (trackers.hud->findLabel(GL_TEXTURE, texture)) {
         uiLabelBound = true;
-    } else if (trackers.none && trackers.none->findLabel(TEXTURE, texture)) {
+    } else if (trackers.none && trackers.none->findLabel(GL_TEXTURE, texture)) {
         ++noneCount;
     }
 }
@@ -171,7 +165,7 @@ void PubgHooksBase::onDeleteTextures(int count, const unsigned* textures) {
     for (LabelTracker* tracker :
          {trackers.gamePlay, trackers.crosshair, trackers.lobby, trackers.hud}) {
         std::lock_guard<std::mutex> lock(tracker->mutex);
-        tracker->forgetObjects(TEXTURE, count, textures);
+        tracker->forgetObjects(GL_TEXTURE, count, textures);
     }
 }
 
@@ -180,7 +174,7 @@ void PubgHooksBase::onDeleteProgram(unsigned int program) {
          {trackers.gamePlay, trackers.crosshair, trackers.lobby, trackers.hud, trackers.none}) {
         if (!tracker) continue;
         std::lock_guard<std::mutex> lock(tracker->mutex);
-        tracker->forgetObjects(PROGRAM_OBJECT, 1, &program);
+        tracker->forgetObjects(GL_PROGRAM_OBJECT_EXT, 1, &program);
     }
 }
 
@@ -193,7 +187,7 @@ void PubgHooksBase::onLabelObjectEXT(unsigned int type, unsigned int object, int
         std::lock_guard<std::mutex> lock(tracker->mutex);
         if (tracker->trackObject(type, object, text)) continue;
         // The game's many crosshair textures need no list of their own.
-        if (tracker == trackers.crosshair && !text.empty() && type == TEXTURE &&
+        if (tracker == trackers.crosshair && !text.empty() && type == GL_TEXTURE &&
             text.find("CrossHair") != std::string::npos)
             tracker->trackObjectAs(type, object, text);
     }
