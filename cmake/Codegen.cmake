@@ -4,6 +4,7 @@ set(VELOUR_GENERATED_DIR ${CMAKE_BINARY_DIR}/generated)
 set(VELOUR_GENERATED_SOURCES
   ${VELOUR_GENERATED_DIR}/velour/gl_types.h
   ${VELOUR_GENERATED_DIR}/velour/entry_points.h
+  ${VELOUR_GENERATED_DIR}/velour/hook_thunks.h
   ${VELOUR_GENERATED_DIR}/tables.cpp
   ${VELOUR_GENERATED_DIR}/wrappers.cpp
   ${VELOUR_GENERATED_DIR}/lookup.cpp

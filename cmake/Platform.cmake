@@ -23,3 +23,20 @@ endif()
 if(CMAKE_CROSSCOMPILING AND NOT DEFINED ENV{PKG_CONFIG_LIBDIR})
   set(ENV{PKG_CONFIG_LIBDIR} ${CMAKE_BINARY_DIR}/pkgconfig)
 endif()
+
+# Binder and libutils. A device build links the system's libraries, which the
+# NDK does not ship: point CMAKE_FIND_ROOT_PATH at a platform build's output.
+# A host takes AOSP's headers and libutils from Debian and builds its own
+# binder (src/platform/binder).
+add_library(velour_android_headers INTERFACE)
+if(ANDROID)
+  find_library(VELOUR_LIBUTILS utils REQUIRED)
+  find_library(VELOUR_LIBBINDER binder REQUIRED)
+else()
+  find_library(VELOUR_LIBUTILS NAMES utils
+    PATHS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android
+    NO_DEFAULT_PATH REQUIRED)
+  find_path(VELOUR_ANDROID_INCLUDE_DIR binder/Parcel.h
+    PATHS /usr/include/android NO_DEFAULT_PATH REQUIRED)
+  target_include_directories(velour_android_headers SYSTEM INTERFACE ${VELOUR_ANDROID_INCLUDE_DIR})
+endif()

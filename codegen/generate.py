@@ -2,8 +2,9 @@
 """Generates the layer's entry-point code from codegen/names.txt.
 
 One list drives everything: the drv:: and hijack:: tables and their filling,
-the exported gl_deferred_ wrappers, the look-up chains, the draw thunks and a
-recording fake driver for tests. Signatures come from the installed Khronos
+the exported gl_deferred_ wrappers with the game-safety stubs, the look-up
+chains, the draw thunks, the templates of the hook thunks and a recording fake
+driver for tests. Signatures come from the installed Khronos
 registry (gl.xml, EGL headers) plus codegen/supplement.txt.
 """
 import argparse
@@ -42,6 +43,8 @@ def read_names(path, find):
         if len(fields) != 6:
             raise SystemExit(f'{path}: expected 6 fields: {line}')
         name, cls, handler, copy, fallback, stub = fields
+        if stub not in ('0', '1'):
+            raise SystemExit(f'{name}: the stub flag is 0 or 1, not {stub}')
         cmd = find(name)
         if cmd is None:
             raise SystemExit(f'{name}: no signature in the registry or the supplement')
@@ -239,8 +242,22 @@ def copy_expression(rule, params):
     return pointer, f'core::asPointer<{ctype}>({value})'
 
 
+# Their wrappers forward at once; their safety stubs record and wait instead.
+WAITING_STUBS = {'eglCreatePixmapSurface', 'eglCreatePlatformPixmapSurface',
+                 'eglCreatePlatformWindowSurface'}
+
+
+def stub_path(e):
+    """How the safety stub of the name handles the call: as its wrapper, but
+    the surface creations that the wrapper forwards are recorded and waited for."""
+    if e.name in WAITING_STUBS:
+        return 'sync'
+    return path_of(e)
+
+
 def gen_wrappers(entries):
     out = [HEADER,
+           '#include <cstring>', '',
            '#include "core/context.h"',
            '#include "core/deferred_executor/CopyParams.h"',
            '#include "core/deferred_executor/HandledCalls.h"',
@@ -249,20 +266,21 @@ def gen_wrappers(entries):
            'using namespace velour;', '',
            'namespace {', '']
     wrappers = []
+    stubs = []
     for e in entries:
         c = e.cmd
         path = path_of(e)
         ret = 'return ' if c.returns() else ''
         fields = [(p.ctype, p.name) for p in c.params]
-        if path == 'sync' and c.returns():
+        if stub_path(e) == 'sync' and c.returns():
             fields.insert(0, (f'{c.ret}*', 'result_'))
-        if path in ('record', 'copy', 'sync'):
+        if path in ('record', 'copy', 'sync') or stub_path(e) == 'sync':
             out.append(f'struct args_{e.name} {{')
             for ctype, name in fields:
                 out.append(f'    {ctype} {name};')
             out.append('};')
             call = f'hijack::{e.name}({", ".join("a->" + p.name for p in c.params)})'
-            store = '*a->result_ = ' if path == 'sync' and c.returns() else ''
+            store = '*a->result_ = ' if stub_path(e) == 'sync' and c.returns() else ''
             arg = 'args' if c.params or store else ''
             out.append(f'void job_{e.name}(void* {arg or "/*args*/"}) {{')
             if arg:
@@ -270,51 +288,75 @@ def gen_wrappers(entries):
             out.append(f'    {store}{call};')
             out.append('}')
 
-        w = [f'VELOUR_EXPORT {c.ret} gl_deferred_{e.name}({c.decl_params()}) {{']
-        if path == 'immediate':
-            w.append(f'    {ret}hijack::{e.name}({c.arg_names()});')
-            w.append('}')
-            wrappers.append('\n'.join(w))
-            continue
-        w.append('    core::DeferredExecutor* executor_ = core::tlglobals.executor;')
-        w.append('    if (__builtin_expect(!executor_ || core::runtimeMode() == core::MODE_IMMEDIATE, 0))')
-        w.append(f'        return hijack::{e.name}({c.arg_names()});')
-        if e.fallback:
-            w.append('    if (core::context.gameConfig.fallback) '
-                     'core::DeferredExecutor::raiseFallback();')
-        if e.name in IMMEDIATE_PNAMES:
-            pname, values = IMMEDIATE_PNAMES[e.name]
-            test = ' || '.join(f'{pname} == {v}' for v in values)
-            w.append(f'    if ({test}) return hijack::{e.name}({c.arg_names()});')
-        args = [p.name for p in c.params]
-        if path == 'handled':
-            w.append(f'    {ret}handled::{e.name}(static_cast<core::Executor*>(executor_)'
-                     f'{"".join(", " + a for a in args)});')
-        elif path == 'record':
-            w.append(f'    executor_->queue.record(&job_{e.name}, args_{e.name}{{{", ".join(args)}}});')
-            if c.returns():
-                # The driver's answer comes later; a recorded call reports success.
-                w.append(f'    return static_cast<{c.ret}>(1);')
-        elif path == 'copy':
-            pointer, expr = copy_expression(e.copy, c.params)
-            args = [f'{pointer}_copy' if a == pointer else a for a in args]
-            w.append(f'    auto {pointer}_copy = {expr};')
-            w.append(f'    executor_->queue.record(&job_{e.name}, args_{e.name}{{{", ".join(args)}}});')
-        else:
-            if c.returns():
-                w.append(f'    {c.ret} result_{{}};')
-                args.insert(0, '&result_')
-            w.append(f'    executor_->queue.record(&job_{e.name}, args_{e.name}{{{", ".join(args)}}});')
-            w.append('    executor_->queue.flushAndWait();')
-            if c.returns():
-                w.append('    return result_;')
-        w.append('}')
-        wrappers.append('\n'.join(w))
+        wrappers.append(wrapper_body(e, f'VELOUR_EXPORT {c.ret} gl_deferred_{e.name}', path,
+                                     e.fallback))
+        if e.stub == '1':
+            stubs.append(wrapper_body(e, f'{c.ret} unsupported_{e.name}', stub_path(e), True))
     out.append('}  // namespace\n')
     out.append('extern "C" {')
     out += wrappers
+    out.append('}\n')
+    out.append('// The safety stubs: each does what its wrapper does, and with the fallback')
+    out.append('// setting on, drops the layer to immediate mode first.')
+    out.append('namespace velour::games::pubg {')
+    out += stubs
+    out.append('')
+    out.append('// A linear chain of exact compares: run at load time only.')
+    out.append('void* getUnsupportedFunction(char const* name) {')
+    for e in entries:
+        if e.stub == '1':
+            out.append(f'    if (std::strcmp(name, "{e.name}") == 0) '
+                       f'return reinterpret_cast<void*>(&unsupported_{e.name});')
+    out.append('    return nullptr;')
     out.append('}')
+    out.append('}  // namespace velour::games::pubg')
     return '\n'.join(out) + '\n'
+
+
+def wrapper_body(e, head, path, fallback):
+    """A recording wrapper's body: `path` says how it records, `fallback`
+    whether it raises the immediate-mode flag under the fallback setting."""
+    c = e.cmd
+    ret = 'return ' if c.returns() else ''
+    w = [f'{head}({c.decl_params()}) {{']
+    if path == 'immediate':
+        w.append(f'    {ret}hijack::{e.name}({c.arg_names()});')
+        w.append('}')
+        return '\n'.join(w)
+    w.append('    core::DeferredExecutor* executor_ = core::tlglobals.executor;')
+    w.append('    if (__builtin_expect(!executor_ || core::runtimeMode() == core::MODE_IMMEDIATE, 0))')
+    w.append(f'        return hijack::{e.name}({c.arg_names()});')
+    if fallback:
+        w.append('    if (core::context.gameConfig.fallback) '
+                 'core::DeferredExecutor::raiseFallback();')
+    if e.name in IMMEDIATE_PNAMES:
+        pname, values = IMMEDIATE_PNAMES[e.name]
+        test = ' || '.join(f'{pname} == {v}' for v in values)
+        w.append(f'    if ({test}) return hijack::{e.name}({c.arg_names()});')
+    args = [p.name for p in c.params]
+    if path == 'handled':
+        w.append(f'    {ret}handled::{e.name}(static_cast<core::Executor*>(executor_)'
+                 f'{"".join(", " + a for a in args)});')
+    elif path == 'record':
+        w.append(f'    executor_->queue.record(&job_{e.name}, args_{e.name}{{{", ".join(args)}}});')
+        if c.returns():
+            # The driver's answer comes later; a recorded call reports success.
+            w.append(f'    return static_cast<{c.ret}>(1);')
+    elif path == 'copy':
+        pointer, expr = copy_expression(e.copy, c.params)
+        args = [f'{pointer}_copy' if a == pointer else a for a in args]
+        w.append(f'    auto {pointer}_copy = {expr};')
+        w.append(f'    executor_->queue.record(&job_{e.name}, args_{e.name}{{{", ".join(args)}}});')
+    else:
+        if c.returns():
+            w.append(f'    {c.ret} result_{{}};')
+            args.insert(0, '&result_')
+        w.append(f'    executor_->queue.record(&job_{e.name}, args_{e.name}{{{", ".join(args)}}});')
+        w.append('    executor_->queue.flushAndWait();')
+        if c.returns():
+            w.append('    return result_;')
+    w.append('}')
+    return '\n'.join(w)
 
 
 def gen_lookup(entries):
@@ -353,6 +395,50 @@ def gen_lookup(entries):
     out.append('    return nullptr;')
     out.append('}\n')
     out.append('}  // namespace velour::gles')
+    return '\n'.join(out) + '\n'
+
+
+def gen_hook_thunks(entries):
+    """Templates of the thunks that feed game hooks: one of each kind per GL
+    name, instantiated by a game with the member it forwards to. The hook step
+    runs only on a thread whose render context has a hook; the driver call
+    always goes through drv::, never back into hijack::."""
+    out = [HEADER, '#pragma once\n', '#include "games/CurrentHook.h"',
+           '#include "velour/entry_points.h"', '']
+    out.append('namespace velour::games::thunks {\n')
+    for e in entries:
+        if not e.name.startswith('gl'):
+            continue
+        c = e.cmd
+        hook_params = ''.join(', ' + p.ctype for p in c.params)
+        args = c.arg_names()
+        hook_args = ''.join(', ' + p.name for p in c.params)
+        driver = f'drv::{e.name}({args})'
+        out.append('// The hook, then the driver.')
+        out.append(f'template <void (*Hook)(GameGLHooks&{hook_params})>')
+        out.append(f'{c.ret} before_{e.name}({c.decl_params()}) {{')
+        out.append(f'    if (GameGLHooks* hook = currentHook()) Hook(*hook{hook_args});')
+        out.append(f'    {"return " if c.returns() else ""}{driver};')
+        out.append('}')
+        out.append('// The driver, then the hook.')
+        out.append(f'template <void (*Hook)(GameGLHooks&{hook_params})>')
+        out.append(f'{c.ret} after_{e.name}({c.decl_params()}) {{')
+        if c.returns():
+            out.append(f'    {c.ret} result = {driver};')
+        else:
+            out.append(f'    {driver};')
+        out.append(f'    if (GameGLHooks* hook = currentHook()) Hook(*hook{hook_args});')
+        if c.returns():
+            out.append('    return result;')
+        out.append('}')
+        if not c.returns():
+            out.append('// The driver only if the hook lets the call through.')
+            out.append(f'template <bool (*Hook)(GameGLHooks&{hook_params})>')
+            out.append(f'void gate_{e.name}({c.decl_params()}) {{')
+            out.append(f'    GameGLHooks* hook = currentHook();')
+            out.append(f'    if (!hook || Hook(*hook{hook_args})) {driver};')
+            out.append('}')
+    out.append('}  // namespace velour::games::thunks')
     return '\n'.join(out) + '\n'
 
 
@@ -582,6 +668,7 @@ def main():
     write(os.path.join(a.out, 'tables.cpp'), gen_tables(entries))
     write(os.path.join(a.out, 'wrappers.cpp'), gen_wrappers(entries))
     write(os.path.join(a.out, 'lookup.cpp'), gen_lookup(entries))
+    write(os.path.join(a.out, 'velour', 'hook_thunks.h'), gen_hook_thunks(entries))
     write(os.path.join(a.out, 'fake_driver.h'), FAKE_H)
     write(os.path.join(a.out, 'fake_driver.cpp'), gen_fake(entries))
 

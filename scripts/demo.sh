@@ -2,7 +2,10 @@
 # The main job: sets up, builds, and runs the demo game directly and through
 # the layer (loaded as the platform's loader loads it) in the deferred mode and
 # the hooks-only mode, with screenshots; prints frame rates side by side and
-# whether every frame is identical to the direct run's.
+# whether every frame is identical to the direct run's. Then, in each mode, runs
+# it with the reference game service and switches the effect while it runs.
+# Last, the demo as game 1 with a lobby, play and a lobby again: the effect
+# must show in the play frames only.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 build=${VELOUR_BUILD_DIR:-$top/build}
@@ -18,7 +21,9 @@ runs velour-demo directly and through velour-run --mode N for each mode
 screenshot every 30 frames into a folder under /tmp, and prints frames per
 second and render-thread ms per frame of each run and whether its frames are
 identical, byte for byte, to the direct run's. Exits 1 if any frame differs or
-a run fails.
+a run fails. Then runs the demo once more in each mode with the game service
+(velour-run --effect hdr) and switches its effect with velour-hearth while it
+runs, and prints the effects the game received.
 
 examples:
   scripts/demo.sh
@@ -95,6 +100,60 @@ for mode in $modes; do
     fi
 done
 
+# The game service: started with "hdr", switched twice while the demo runs. The
+# game logs each callback it gets; those lines are the proof of the switch.
+hearth=$build/tools/hearth/velour-hearth
+declare -A switched
+for mode in $modes; do
+    sysroot=$shots/service-sysroot-$mode log=$shots/service-mode$mode.log
+    "$run" --sysroot "$sysroot" --package com.velour.demo --mode "$mode" --effect hdr -- \
+        "$demo" --frames 100000 --size "$size" --quiet >"$log" 2>&1 &
+    game=$!
+    for _ in $(seq 100); do
+        [ "$(VELOUR_SYSROOT=$sysroot "$hearth" listeners 2>/dev/null)" = 1 ] && break
+        sleep 0.1
+    done
+    for effect in pixelize cel_shading; do
+        sleep 0.5
+        VELOUR_SYSROOT=$sysroot "$hearth" effect "$effect" >>"$shots/service-switch.log" 2>&1 || true
+    done
+    sleep 0.5
+    kill -TERM "$game" 2>/dev/null || true
+    wait "$game" 2>/dev/null || true
+    got=$(sed -n 's/.*I got the callback type = \([0-9]*\).*/\1/p' "$log" | tr '\n' ' ')
+    switched[$mode]=${got:-none}
+    [ "$got" = "3 6 2 " ] || status=1
+done
+
+# The demo as game 1: lobby, play, lobby, with the style color_invert. Shots
+# every 10 frames: the play shots (after the first frame of play) carry the
+# style under the HUD, the lobby shots are the direct run's.
+script=lobby:30,play:60,lobby:30
+"$demo" --script "$script" --size "$size" --shot-every 10 --quiet \
+    --screenshots "$shots/game-direct" >"$shots/game-direct.log" 2>&1 || status=1
+declare -A game_result
+for mode in $modes; do
+    name=game-mode$mode
+    if "$run" --package com.velour.pubg --mode "$mode" --effect color_invert -- "$demo" \
+        --script "$script" --size "$size" --shot-every 10 --quiet --screenshots "$shots/$name" \
+        >"$shots/$name.log" 2>&1; then
+        styled=0 plain=0
+        for frame in 40 50 60 70 80 90; do
+            cmp -s "$shots/game-direct/frame-000$frame.png" "$shots/$name/frame-000$frame.png" ||
+                styled=$((styled + 1))
+        done
+        for frame in 010 020 030 100 110 120; do
+            cmp -s "$shots/game-direct/frame-00$frame.png" "$shots/$name/frame-00$frame.png" &&
+                plain=$((plain + 1))
+        done
+        game_result[$mode]="styled play shots: $styled of 6, lobby shots as direct: $plain of 6"
+        [ "$styled" -eq 6 ] && [ "$plain" -eq 6 ] || status=1
+    else
+        game_result[$mode]="run failed"
+        status=1
+    fi
+done
+
 echo
 echo "velour-demo, $size, $frames frames, screenshots every 30 frames and the last"
 printf '%-9s %8s %24s   %s\n' run fps "render-thread ms/frame" "frames"
@@ -102,5 +161,15 @@ for name in "${labels[@]}"; do
     label=$name
     [ "$name" = direct ] || label="mode ${name#mode}"
     printf '%-9s %8s %24s   %s\n' "$label" "${fps[$name]}" "${ms[$name]}" "${frames_result[$name]}"
+done
+echo
+echo "with the game service: effect types the game received (3 hdr at start, then 6 pixelize, 2 cel_shading)"
+for mode in $modes; do
+    printf 'mode %-4s %s\n' "$mode" "${switched[$mode]}"
+done
+echo
+echo "as game 1 with color_invert, $script (the style lands under the HUD during play)"
+for mode in $modes; do
+    printf 'mode %-4s %s\n' "$mode" "${game_result[$mode]}"
 done
 exit "$status"

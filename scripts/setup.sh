@@ -7,6 +7,7 @@ packages=(
   build-essential cmake ninja-build python3 pkg-config
   khronos-api libegl-dev libgles-dev libgl-dev
   android-liblog-dev picojson-dev
+  android-libutils-dev android-platform-frameworks-native-headers
   libgtest-dev libgmock-dev libbenchmark-dev
   libpng-dev libegl-mesa0 libgl1-mesa-dri
   apitrace piglit

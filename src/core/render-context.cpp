@@ -9,6 +9,7 @@
 #include "core/log.h"
 #include "games/GameGLHooks.h"
 #include "platform/paths.h"
+#include "styles/RenderGuard.h"
 #include "velour/entry_points.h"
 
 namespace velour::core {
@@ -16,7 +17,7 @@ namespace velour::core {
 namespace {
 
 // Entry of the effect library; null until registerTriggers finds it.
-void (*tesselInitialize)(void* styleManager) = nullptr;
+void (*tesselInitialize)(styles::StyleManager* styleManager) = nullptr;
 
 const char TESSEL_LIBRARY[] = "libtessel.so";
 
@@ -36,8 +37,37 @@ void insertRenderContext(EGLContext context, std::unique_ptr<RenderContext> rend
 
 }  // namespace
 
+RenderEffectOnPass::RenderEffectOnPass(styles::StyleManager* styleManager,
+                                       std::unordered_set<games::Pass> passes)
+    : detectablePasses(std::move(passes)),
+      styleManager(styleManager),
+      targetPass(games::Pass::end) {
+    detectablePasses.max_load_factor(1.0f);
+    if (detectablePasses.count(games::Pass::ui)) targetPass = games::Pass::ui;
+}
+
+void RenderEffectOnPass::changed(const utils::ChangeEvent<games::Pass>& event) {
+    games::Pass pass = *event.newValue;
+    if (pass == targetPass) styles::renderGuarded(*styleManager);
+    // A frame that ended on the fallback target goes on with ui once the
+    // game can tell it.
+    if (pass == games::Pass::end && targetPass != games::Pass::ui &&
+        detectablePasses.count(games::Pass::ui))
+        targetPass = games::Pass::ui;
+}
+
 RenderContext::RenderContext() = default;
-RenderContext::~RenderContext() = default;
+
+// The effect's manager goes first, then the hook that drives it, then the
+// executor, which drains and joins its worker.
+RenderContext::~RenderContext() {
+    // The worker may still be replaying calls that reach the hook and the
+    // style: it finishes them before those go.
+    if (executor && hook && !executor->isShutDown()) executor->queue.flushAndWait();
+    styleManager.reset();
+    hook.reset();
+    executor.reset();
+}
 
 std::unique_ptr<RenderContext> RenderContext::create(const CreationParameters& parameters) {
     auto renderContext = std::make_unique<RenderContext>();
@@ -59,8 +89,19 @@ bool RenderContext::init() {
             return false;
         }
     }
-    // The hook and the style manager attach here once the effect library has
-    // given its entry; without it the context has neither.
+    // Without the effect library's entry the context defers, but has no hook
+    // and no effect.
+    if (!tesselInitialize) return true;
+    styleManager = std::make_unique<styles::StyleManager>();
+    tesselInitialize(styleManager.get());
+    if (g_enabledLogSeverity >= 0)
+        log("src/core/render-context", 184, "init", LOG_BANNER,
+            "Tessel initialized for EGL context %p", context);
+    hook = games::createGameHook();
+    games::PassTracker& tracker = hook->getPassTracker();
+    auto listener =
+        std::make_shared<RenderEffectOnPass>(styleManager.get(), hook->getDetectablePasses());
+    static_cast<utils::Property<games::Pass>&>(tracker.getPassProperty()).addListener(listener);
     return true;
 }
 
@@ -85,7 +126,8 @@ void registerTriggers() {
             path.c_str());
     if (!games::GameGLHooks::registerGlobalTriggers()) return;
     // The handle stays open for the life of the process.
-    tesselInitialize = reinterpret_cast<void (*)(void*)>(dlsym(handle, "Tessel_Initialize"));
+    tesselInitialize =
+        reinterpret_cast<void (*)(styles::StyleManager*)>(dlsym(handle, "Tessel_Initialize"));
 }
 
 namespace egl {

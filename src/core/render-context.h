@@ -3,12 +3,32 @@
 #include <EGL/egl.h>
 
 #include <memory>
+#include <unordered_set>
 
 #include "core/deferred_executor/MemTracker.h"
+#include "games/GameGLHooks.h"
+#include "velour/styles/StyleManager.h"
+#include "velour/utils/SimpleProperty.h"
 
 namespace velour::core {
 
 class Executor;
+
+// Draws the active style when the frame reaches the pass the game's hook can
+// tell: the start of its user interface, else the end of the frame.
+class RenderEffectOnPass : public utils::ChangeListener<games::Pass> {
+  public:
+    RenderEffectOnPass(styles::StyleManager* styleManager,
+                       std::unordered_set<games::Pass> detectablePasses);
+    void changed(const utils::ChangeEvent<games::Pass>& event) override;
+
+    games::Pass getTargetPass() const { return targetPass; }
+
+  private:
+    std::unordered_set<games::Pass> detectablePasses;
+    styles::StyleManager* styleManager;
+    games::Pass targetPass;
+};
 
 // The layer's shadow of one EGL context that the game created.
 class RenderContext {
@@ -30,15 +50,18 @@ class RenderContext {
 
     bool init();
 
-    // The game hook and the style manager join this record with the effects.
     EGLSurface drawSurface = EGL_NO_SURFACE;
     EGLSurface readSurface = EGL_NO_SURFACE;
+    // Null when no effect library is present.
+    std::unique_ptr<games::GameGLHooks> hook;
     bool pendingDestroy = false;
     EGLDisplay display = EGL_NO_DISPLAY;
     EGLContext context = EGL_NO_CONTEXT;
     EGLContext sharedContext = EGL_NO_CONTEXT;
     // Null in the hooks-only modes.
     MemTracker<MemCategory::Executor>::unique_ptr<Executor> executor;
+    // Null when no effect library is present.
+    std::unique_ptr<styles::StyleManager> styleManager;
 };
 
 // Finds the effect library and lets the configured game install its thunks.

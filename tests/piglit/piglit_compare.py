@@ -165,7 +165,7 @@ def run_one(args, test, mode):
     argv = [os.path.join(args.piglit, "bin", test.argv[0])] + test.argv[1:]
     sysroot = None
     if mode != "direct":
-        argv = [args.velour_run, "--package", PACKAGE, "--mode", mode, "--"] + argv
+        argv = [args.velour_run, "--package", args.package, "--mode", mode, "--"] + argv
     if mode == "4":
         # A sysroot kept for the run, to read the interface log from.
         sysroot = tempfile.mkdtemp(prefix="velour-piglit-")
@@ -253,6 +253,9 @@ def parse_args(argv):
     p.add_argument("--out", help="folder for results.tsv and one log per test and mode")
     p.add_argument("--direct-results", help="a results.tsv to take instead of a direct run")
     p.add_argument("--timeout", type=float, default=60, help="seconds per test (default 60)")
+    p.add_argument("--package", default=PACKAGE,
+                   help=f"the process name, so the settings section, of the layer runs (default "
+                        f"{PACKAGE}, no game; com.velour.piglitgame runs them as game 1)")
     p.add_argument("--loader-dir", help="the loader's stand-ins (default: from --velour-run)")
     p.add_argument("--list", action="store_true", help="print the selected test names and stop")
     p.add_argument("--skip-if-missing", action="store_true",

@@ -1,10 +1,12 @@
 #include "hud.h"
 
+#include <cmath>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
 
 #include "glapp/gl_program.h"
+#include "labels.h"
 #include "shaders.h"
 
 namespace demo {
@@ -86,6 +88,57 @@ std::vector<std::uint8_t> makeAtlas() {
     return texels;
 }
 
+// A ring with a gap and a dot, 16 texels a side.
+std::vector<std::uint8_t> makeCrosshair() {
+    constexpr int kSide = 16;
+    std::vector<std::uint8_t> texels(kSide * kSide, 0);
+    for (int y = 0; y < kSide; ++y) {
+        for (int x = 0; x < kSide; ++x) {
+            const int dx = 2 * x - (kSide - 1), dy = 2 * y - (kSide - 1);
+            const int r2 = dx * dx + dy * dy;
+            const bool ring = r2 >= 144 && r2 <= 225 && dx * dy != 0 && (dx > 3 || dx < -3);
+            if (ring || r2 <= 4) texels[static_cast<std::size_t>(y * kSide + x)] = 255;
+        }
+    }
+    return texels;
+}
+
+// A soft diagonal pattern for the lobby's backdrop, 8 texels a side.
+std::vector<std::uint8_t> makeBackdrop() {
+    std::vector<std::uint8_t> texels(64);
+    for (int i = 0; i < 64; ++i)
+        texels[static_cast<std::size_t>(i)] =
+            static_cast<std::uint8_t>(160 + 12 * ((i / 8 + i % 8) % 8));
+    return texels;
+}
+
+// A button face: solid with a brighter rim, 8 texels a side.
+std::vector<std::uint8_t> makeButton() {
+    std::vector<std::uint8_t> texels(64, 200);
+    for (int i = 0; i < 8; ++i) {
+        texels[static_cast<std::size_t>(i)] = texels[static_cast<std::size_t>(56 + i)] = 255;
+        texels[static_cast<std::size_t>(8 * i)] = texels[static_cast<std::size_t>(8 * i + 7)] = 255;
+    }
+    return texels;
+}
+
+GLuint makeTexture(int width, int height, const std::vector<std::uint8_t>& texels, GLint filter,
+                   GLint wrap, const char* label) {
+    GLuint texture = 0;
+    glGenTextures(1, &texture);
+    glBindTexture(GL_TEXTURE_2D, texture);
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_R8, width, height, 0, GL_RED, GL_UNSIGNED_BYTE,
+                 texels.data());
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, filter);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, filter);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, wrap);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, wrap);
+    labelObject(kLabelTexture, texture, label);
+    return texture;
+}
+
 }  // namespace
 
 Hud::Hud() {
@@ -94,24 +147,25 @@ Hud::Hud() {
     glUseProgram(program_);
     glUniform1i(uniformLocation(program_, "uAtlas"), 3);
 
-    const std::vector<std::uint8_t> texels = makeAtlas();
-    glGenTextures(1, &atlas_);
-    glActiveTexture(GL_TEXTURE3);
-    glBindTexture(GL_TEXTURE_2D, atlas_);
-    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
-    glTexImage2D(GL_TEXTURE_2D, 0, GL_R8, kAtlasWidth, kAtlasHeight, 0, GL_RED, GL_UNSIGNED_BYTE,
-                 texels.data());
-    glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+    labelObject(kLabelProgram, program_, "HUD_Sprite");
+
     // Nearest: glyph quads are whole multiples of the texel size.
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    glActiveTexture(GL_TEXTURE3);
+    const std::vector<std::uint8_t> texels = makeAtlas();
+    atlas_ =
+        makeTexture(kAtlasWidth, kAtlasHeight, texels, GL_NEAREST, GL_CLAMP_TO_EDGE, "HUD_Atlas");
+    font_ =
+        makeTexture(kAtlasWidth, kAtlasHeight, texels, GL_NEAREST, GL_CLAMP_TO_EDGE, "HUD_Font");
+    crosshair_ =
+        makeTexture(16, 16, makeCrosshair(), GL_NEAREST, GL_CLAMP_TO_EDGE, "HUD_CrossHair_Default");
+    lobbyBackground_ = makeTexture(8, 8, makeBackdrop(), GL_LINEAR, GL_REPEAT, "Lobby_Background");
+    lobbyButton_ = makeTexture(8, 8, makeButton(), GL_NEAREST, GL_CLAMP_TO_EDGE, "Lobby_Button");
     checkGl("hud set-up");
 }
 
 Hud::~Hud() {
-    glDeleteTextures(1, &atlas_);
+    const GLuint textures[] = {atlas_, font_, crosshair_, lobbyBackground_, lobbyButton_};
+    glDeleteTextures(5, textures);
     glDeleteProgram(program_);
 }
 
@@ -152,43 +206,15 @@ void Hud::text(float x, float y, float pixel, const std::string& s, const std::u
     }
 }
 
-void Hud::draw(int screenWidth, int screenHeight, int frame, float health, bool targetVisible) {
-    const float width = static_cast<float>(screenWidth);
-    const float height = static_cast<float>(screenHeight);
-    const float px = screenHeight >= 360 ? 2.0f : 1.0f;
+void Hud::widget(GLuint texture) {
+    widgets_.push_back({texture, widgetStart_, indices_.size() - widgetStart_});
+    widgetStart_ = indices_.size();
+}
 
-    vertices_.clear();
-    indices_.clear();
-    const std::uint8_t panel[4] = {10, 14, 24, 150};
-    const std::uint8_t white[4] = {240, 240, 240, 255};
-    const std::uint8_t barBack[4] = {40, 20, 20, 200};
-    const std::uint8_t yellow[4] = {255, 210, 60, 255};
-    const std::uint8_t grey[4] = {140, 140, 150, 220};
-
-    const float margin = 4 * px;
-    solid(margin, margin, 70 * px, 22 * px, panel, panel);
-    char label[32];
-    std::snprintf(label, sizeof label, "FRAME %05d", frame);
-    text(margin + 2 * px, margin + 2 * px, px, label, white);
-
-    // The bar fades from red at its left end towards green as health rises.
-    text(margin + 2 * px, margin + 12 * px, px, "HP", white);
-    const float barX = margin + 16 * px, barY = margin + 12 * px;
-    const float barW = 50 * px, barH = 7 * px;
-    solid(barX, barY, barW, barH, barBack, barBack);
-    const std::uint8_t red[4] = {220, 40, 30, 230};
-    const std::uint8_t toward[4] = {static_cast<std::uint8_t>(220 - 180 * health),
-                                    static_cast<std::uint8_t>(40 + 180 * health), 40, 230};
-    solid(barX, barY, barW * health, barH, red, toward);
-
-    const std::string status = targetVisible ? "TARGET VISIBLE" : "TARGET HIDDEN";
-    solid(margin, height - margin - 11 * px, 88 * px, 11 * px, panel, panel);
-    text(margin + 2 * px, height - margin - 9 * px, px, status, targetVisible ? yellow : grey);
-
+void Hud::flush(int width, int height) {
     glUseProgram(program_);
-    glUniform2f(viewportLocation_, width, height);
+    glUniform2f(viewportLocation_, static_cast<float>(width), static_cast<float>(height));
     glActiveTexture(GL_TEXTURE3);
-    glBindTexture(GL_TEXTURE_2D, atlas_);
 
     // Client-side arrays: the default vertex array object and no buffers bound.
     glBindVertexArray(0);
@@ -202,15 +228,120 @@ void Hud::draw(int screenWidth, int screenHeight, int frame, float health, bool 
     glVertexAttribPointer(1, 2, GL_FLOAT, GL_FALSE, stride, &vertices_[0].u);
     glVertexAttribPointer(2, 4, GL_UNSIGNED_BYTE, GL_TRUE, stride, vertices_[0].rgba);
 
+    // The state a HUD is drawn with.
+    glDisable(GL_DEPTH_TEST);
     glEnable(GL_BLEND);
-    glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
-    glDrawElements(GL_TRIANGLES, static_cast<GLsizei>(indices_.size()), GL_UNSIGNED_SHORT,
-                   indices_.data());
+    glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE);
+    for (const Widget& w : widgets_) {
+        glBindTexture(GL_TEXTURE_2D, w.texture);
+        glDrawElements(GL_TRIANGLES, static_cast<GLsizei>(w.indexCount), GL_UNSIGNED_SHORT,
+                       indices_.data() + w.firstIndex);
+    }
     glDisable(GL_BLEND);
 
     glDisableVertexAttribArray(0);
     glDisableVertexAttribArray(1);
     glDisableVertexAttribArray(2);
+}
+
+void Hud::draw(int screenWidth, int screenHeight, int frame, float health, bool targetVisible) {
+    const float width = static_cast<float>(screenWidth);
+    const float height = static_cast<float>(screenHeight);
+    const float px = screenHeight >= 360 ? 2.0f : 1.0f;
+
+    vertices_.clear();
+    indices_.clear();
+    widgets_.clear();
+    widgetStart_ = 0;
+    const std::uint8_t panel[4] = {10, 14, 24, 150};
+    const std::uint8_t white[4] = {240, 240, 240, 255};
+    const std::uint8_t barBack[4] = {40, 20, 20, 200};
+    const std::uint8_t yellow[4] = {255, 210, 60, 255};
+    const std::uint8_t grey[4] = {140, 140, 150, 220};
+    const std::uint8_t map[4] = {30, 60, 40, 170};
+    const std::uint8_t marker[4] = {250, 80, 60, 255};
+    const std::uint8_t reticle[4] = {120, 255, 120, 230};
+
+    const float margin = 4 * px;
+    solid(margin, margin, 70 * px, 22 * px, panel, panel);
+    widget(atlas_);
+    char label[32];
+    std::snprintf(label, sizeof label, "FRAME %05d", frame);
+    text(margin + 2 * px, margin + 2 * px, px, label, white);
+    widget(font_);
+
+    // The bar fades from red at its left end towards green as health rises.
+    text(margin + 2 * px, margin + 12 * px, px, "HP", white);
+    widget(font_);
+    const float barX = margin + 16 * px, barY = margin + 12 * px;
+    const float barW = 50 * px, barH = 7 * px;
+    solid(barX, barY, barW, barH, barBack, barBack);
+    widget(atlas_);
+    const std::uint8_t red[4] = {220, 40, 30, 230};
+    const std::uint8_t toward[4] = {static_cast<std::uint8_t>(220 - 180 * health),
+                                    static_cast<std::uint8_t>(40 + 180 * health), 40, 230};
+    solid(barX, barY, barW * health, barH, red, toward);
+    widget(atlas_);
+
+    const std::string status = targetVisible ? "TARGET VISIBLE" : "TARGET HIDDEN";
+    solid(margin, height - margin - 11 * px, 88 * px, 11 * px, panel, panel);
+    widget(atlas_);
+    text(margin + 2 * px, height - margin - 9 * px, px, status, targetVisible ? yellow : grey);
+    widget(font_);
+
+    // Magazine, bottom right.
+    solid(width - margin - 40 * px, height - margin - 11 * px, 40 * px, 11 * px, panel, panel);
+    widget(atlas_);
+    std::snprintf(label, sizeof label, "MAG %02d", 30 - (frame / 7) % 31);
+    text(width - margin - 38 * px, height - margin - 9 * px, px, label, white);
+    widget(font_);
+
+    // Minimap, top right, with the player's marker circling.
+    const float mapSide = 30 * px, mapX = width - margin - mapSide;
+    solid(mapX, margin, mapSide, mapSide, map, map);
+    widget(atlas_);
+    const float angle = 0.05f * static_cast<float>(frame);
+    solid(mapX + mapSide / 2 + 10 * px * std::cos(angle) - px,
+          margin + mapSide / 2 + 10 * px * std::sin(angle) - px, 3 * px, 3 * px, marker, marker);
+    widget(atlas_);
+
+    const float side = 16 * px;
+    quad((width - side) / 2, (height - side) / 2, side, side, 0, 0, 1, 1, reticle, reticle);
+    widget(crosshair_);
+
+    flush(screenWidth, screenHeight);
+}
+
+void Hud::drawLobby(int screenWidth, int screenHeight, int frame) {
+    const float width = static_cast<float>(screenWidth);
+    const float height = static_cast<float>(screenHeight);
+    const float px = screenHeight >= 360 ? 2.0f : 1.0f;
+
+    vertices_.clear();
+    indices_.clear();
+    widgets_.clear();
+    widgetStart_ = 0;
+    const std::uint8_t backdrop[4] = {40, 70, 120, 255};
+    const std::uint8_t button[4] = {70, 90, 140, 235};
+    const std::uint8_t chosen[4] = {200, 150, 60, 245};
+    const std::uint8_t white[4] = {240, 240, 240, 255};
+
+    // The backdrop drifts slowly: its pattern repeats every 8 texels.
+    const float drift = 0.01f * static_cast<float>(frame % 800);
+    quad(0, 0, width, height, drift, 0, drift + width / (16 * px), height / (16 * px), backdrop,
+         backdrop);
+    widget(lobbyBackground_);
+    const char* const labels[] = {"START", "SETTINGS", "BATTLE"};
+    const int selected = (frame / 30) % 3;
+    for (int i = 0; i < 3; ++i) {
+        const float y = height / 2 - 20 * px + 14 * static_cast<float>(i) * px;
+        quad(width / 2 - 40 * px, y, 80 * px, 11 * px, 0, 0, 1, 1, i == selected ? chosen : button,
+             i == selected ? chosen : button);
+        widget(lobbyButton_);
+        text(width / 2 - 36 * px, y + 2 * px, px, labels[i], white);
+        widget(font_);
+    }
+    flush(screenWidth, screenHeight);
 }
 
 }  // namespace demo

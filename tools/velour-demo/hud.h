@@ -1,5 +1,6 @@
-// The heads-up display: text from a font atlas and a health bar, drawn with
-// blending over the finished frame.
+// The heads-up display: panels from an atlas, text from a font, a health
+// bar, a minimap and the crosshair, drawn with blending over the finished
+// frame, one draw per widget. Also the lobby's widgets.
 #pragma once
 
 #include <GLES3/gl32.h>
@@ -17,9 +18,11 @@ class Hud {
     Hud(const Hud&) = delete;
     Hud& operator=(const Hud&) = delete;
 
-    // Draws into the bound framebuffer of width x height pixels.
-    // `health` is in [0, 1].
+    // Draws into the bound framebuffer of width x height pixels, as a HUD is
+    // drawn: blending on, depth test off. `health` is in [0, 1].
     void draw(int width, int height, int frame, float health, bool targetVisible);
+    // The lobby's background and buttons over the whole bound framebuffer.
+    void drawLobby(int width, int height, int frame);
 
   private:
     struct Vertex {
@@ -33,13 +36,29 @@ class Hud {
     void solid(float x, float y, float w, float h, const std::uint8_t left[4],
                const std::uint8_t right[4]);
     void text(float x, float y, float pixel, const std::string& s, const std::uint8_t rgba[4]);
+    // Ends a widget: its quads so far are drawn with `texture`.
+    void widget(GLuint texture);
+    // One draw per widget, all from the same client arrays.
+    void flush(int width, int height);
+
+    struct Widget {
+        GLuint texture;
+        std::size_t firstIndex, indexCount;
+    };
 
     GLuint program_ = 0;
     GLuint atlas_ = 0;
+    // The same glyphs as the atlas, kept apart as engines keep their fonts.
+    GLuint font_ = 0;
+    GLuint crosshair_ = 0;
+    GLuint lobbyBackground_ = 0;
+    GLuint lobbyButton_ = 0;
     GLint viewportLocation_ = -1;
     // Rebuilt each frame and handed to GL straight from client memory.
     std::vector<Vertex> vertices_;
     std::vector<std::uint16_t> indices_;
+    std::vector<Widget> widgets_;
+    std::size_t widgetStart_ = 0;
 };
 
 }  // namespace demo

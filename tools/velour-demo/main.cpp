@@ -3,12 +3,14 @@
 
 #include <GLES3/gl32.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "glapp/egl_session.h"
 #include "glapp/gl_program.h"
@@ -33,7 +35,8 @@ const char kUsage[] =
     "\n"
     "Renders a small game scene (shadow map, lit pass, post pass, HUD) with OpenGL ES 3\n"
     "into an off-screen EGL surface, then prints frames, frames per second and the\n"
-    "mean time per frame the render thread spends issuing the frame.\n"
+    "mean time per frame the render thread spends issuing the frame. Its textures and\n"
+    "programs carry debug labels where the driver offers GL_EXT_debug_label.\n"
     "\n"
     "  --frames N         frames to render (default 120)       --frames 300\n"
     "  --size WxH         surface size in pixels, 32 to 4096 a side (default 640x360)\n"
@@ -43,20 +46,58 @@ const char kUsage[] =
     "                                                         --screenshots /tmp/shots\n"
     "  --shot-every K     with --screenshots: shoot every K-th frame and the last\n"
     "                     (default 30)                        --shot-every 10\n"
+    "  --script PHASES    play phases in order instead of --frames: each lobby:N or\n"
+    "                     play:N, N frames of the menu or of the game\n"
+    "                                                         --script lobby:60,play:300,lobby:60\n"
+    "  --no-hud           draw no HUD, to tell which pixels the HUD covers\n"
     "  --quiet            print the summary line only\n"
     "  --help             print this help\n"
     "\n"
     "Every frame depends on its number alone, so two runs give identical images.\n"
     "Exits 0 on success, 1 on an EGL, GL or file failure, 2 on a bad option.\n";
 
+struct Phase {
+    bool lobby;
+    int frames;
+};
+
 struct Options {
     int frames = 120;
+    // Empty: all frames are play.
+    std::vector<Phase> script;
     int width = 640;
     int height = 360;
     std::string screenshots;
     int shotEvery = 30;
     bool quiet = false;
+    bool hud = true;
 };
+
+std::vector<Phase> parseScript(const std::string& text) {
+    std::vector<Phase> phases;
+    std::size_t start = 0;
+    while (start <= text.size()) {
+        const std::size_t end = std::min(text.find(',', start), text.size());
+        const std::string item = text.substr(start, end - start);
+        const std::size_t colon = item.find(':');
+        const std::string kind = item.substr(0, colon);
+        if (colon == std::string::npos || (kind != "lobby" && kind != "play"))
+            throw UsageError("--script wants lobby:N or play:N items, not '" + item + "'");
+        phases.push_back(
+            {kind == "lobby", parseInt("--script", item.c_str() + colon + 1, 1, 1000000)});
+        start = end + 1;
+    }
+    return phases;
+}
+
+// Whether frame `frame` (from 1) is a lobby frame.
+bool inLobby(const std::vector<Phase>& script, int frame) {
+    for (const Phase& phase : script) {
+        if (frame <= phase.frames) return phase.lobby;
+        frame -= phase.frames;
+    }
+    return false;
+}
 
 Options parseOptions(int argc, char** argv, bool* help) {
     Options o;
@@ -81,6 +122,12 @@ Options parseOptions(int argc, char** argv, bool* help) {
             if (o.screenshots.empty()) throw UsageError("--screenshots wants a folder");
         } else if (arg == "--shot-every") {
             o.shotEvery = parseInt(arg, value(), 1, 1000000);
+        } else if (arg == "--script") {
+            o.script = parseScript(value());
+            o.frames = 0;
+            for (const Phase& phase : o.script) o.frames += phase.frames;
+        } else if (arg == "--no-hud") {
+            o.hud = false;
         } else if (arg == "--quiet") {
             o.quiet = true;
         } else {
@@ -105,7 +152,7 @@ int run(const Options& o) {
     }
 
     EglSession egl(o.width, o.height);
-    Scene scene(o.width, o.height);
+    Scene scene(o.width, o.height, o.hud);
     if (!o.quiet) {
         const auto* renderer = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
         const auto* version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
@@ -119,7 +166,7 @@ int run(const Options& o) {
     for (int frame = 1; frame <= o.frames; ++frame) {
         const bool shot = !o.screenshots.empty() && (frame % o.shotEvery == 0 || frame == o.frames);
         const Clock::time_point before = Clock::now();
-        scene.renderFrame(frame, shot);
+        scene.renderFrame(frame, shot, inLobby(o.script, frame));
         inFrame += Clock::now() - before;
         egl.swap();
         if (shot) {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "glapp/gl_program.h"
+#include "labels.h"
 #include "shaders.h"
 #include "vecmath.h"
 
@@ -89,7 +90,7 @@ void setConstantInstance(const float model[16], const float color[4]) {
 
 }  // namespace
 
-Scene::Scene(int width, int height) : width_(width), height_(height) {
+Scene::Scene(int width, int height, bool hud) : width_(width), height_(height), drawHud_(hud) {
     GLint major = 0, minor = 0;
     glGetIntegerv(GL_MAJOR_VERSION, &major);
     glGetIntegerv(GL_MINOR_VERSION, &minor);
@@ -257,6 +258,14 @@ Scene::Scene(int width, int height) : width_(width), height_(height) {
     glGetIntegerv(GL_DRAW_FRAMEBUFFER_BINDING, &screen);
     screen_ = static_cast<GLuint>(screen);
 
+    // Names for the engine's tools; the layer knows the game's passes by them.
+    labelObject(kLabelTexture, shadowDepth_, "ShadowMap_Main");
+    labelObject(kLabelTexture, sceneColor_, "SceneColor_Main");
+    labelObject(kLabelTexture, detail_, "Terrain_Detail");
+    labelObject(kLabelProgram, shadowProgram_, "Shadow_Caster");
+    labelObject(kLabelProgram, litProgram_, "Lit_Material");
+    labelObject(kLabelProgram, postProgram_, "Post_Tonemap");
+
     hud_ = std::make_unique<Hud>();
     checkGl("scene set-up");
 }
@@ -296,7 +305,7 @@ void Scene::waitForPreviousFrame() {
 }
 
 void Scene::collectPreviousResults(int frame, bool capture) {
-    if (frame <= 1) return;
+    if (!previousPlayed_) return;
     // Blocking reads of last frame's results, never availability polls: what
     // the frame shows must not depend on timing. The query's answer only
     // shows in the HUD, so it is read for captured frames alone: a game does
@@ -424,9 +433,20 @@ void Scene::drawScene(bool mainPass, int frame) {
     glBindVertexArray(0);
 }
 
-void Scene::renderFrame(int frame, bool capture) {
+void Scene::renderFrame(int frame, bool capture, bool lobby) {
     waitForPreviousFrame();
+    if (lobby) {
+        previousPlayed_ = false;
+        glBindFramebuffer(GL_FRAMEBUFFER, screen_);
+        glViewport(0, 0, width_, height_);
+        glClearColor(0.1f, 0.12f, 0.2f, 1.0f);
+        glClear(GL_COLOR_BUFFER_BIT);
+        hud_->drawLobby(width_, height_, frame);
+        finishFrame(capture);
+        return;
+    }
     collectPreviousResults(frame, capture);
+    previousPlayed_ = true;
     const float t = static_cast<float>(frame - 1) / kFramesPerSecond;
 
     glActiveTexture(GL_TEXTURE1);
@@ -504,8 +524,13 @@ void Scene::renderFrame(int frame, bool capture) {
     glDrawArrays(GL_TRIANGLES, 0, 3);
     glBindVertexArray(0);
 
-    hud_->draw(width_, height_, frame, 0.55f + 0.4f * std::sin(2.2f * t), targetVisible_);
+    glBindFramebuffer(GL_FRAMEBUFFER, screen_);
+    if (drawHud_)
+        hud_->draw(width_, height_, frame, 0.55f + 0.4f * std::sin(2.2f * t), targetVisible_);
+    finishFrame(capture);
+}
 
+void Scene::finishFrame(bool capture) {
     if (capture) {
         glBindBuffer(GL_PIXEL_PACK_BUFFER, capturePbo_);
         glReadPixels(0, 0, width_, height_, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);

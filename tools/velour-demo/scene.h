@@ -14,15 +14,16 @@ namespace demo {
 class Scene {
   public:
     // Needs a current ES 3 context; throws Failure when a resource cannot be made.
-    Scene(int width, int height);
+    Scene(int width, int height, bool hud = true);
     ~Scene();
     Scene(const Scene&) = delete;
     Scene& operator=(const Scene&) = delete;
 
-    // Renders frame `frame` (counted from 1) into the default framebuffer.
-    // Everything animated depends on `frame` alone. With `capture`, the
-    // finished image is also read into the screenshot pack buffer.
-    void renderFrame(int frame, bool capture);
+    // Renders frame `frame` (counted from 1) into the default framebuffer:
+    // the game in play, or with `lobby` its menu. Everything animated depends
+    // on `frame` alone. With `capture`, the finished image is also read into
+    // the screenshot pack buffer.
+    void renderFrame(int frame, bool capture, bool lobby = false);
 
     // The last captured image: RGBA, bottom row first.
     std::vector<std::uint8_t> readCapture();
@@ -40,8 +41,11 @@ class Scene {
     void updateDetailTexture(int frame);
     void updateInstances(float t);
     void drawScene(bool withQuery, int frame);
+    // The capture, if wanted, and the fence the next frame waits for.
+    void finishFrame(bool capture);
 
     int width_, height_;
+    bool drawHud_;
     bool hdr_ = false;
 
     GLuint staticVbo_ = 0, staticIbo_ = 0, instanceVbo_ = 0, postVbo_ = 0;
@@ -66,6 +70,8 @@ class Scene {
     std::int8_t sine_[256] = {};
     float exposure_ = 1.0f;
     bool targetVisible_ = true;
+    // The last frame drew the game, so its query and probe hold results.
+    bool previousPlayed_ = false;
     // What the per-frame uniforms need from updateInstances().
     float targetModel_[16] = {};
     std::unique_ptr<Hud> hud_;

@@ -3,10 +3,12 @@
 // GLES, a sysroot standing for the device's files with its own property
 // store, and the process named after its package.
 #include <signal.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -14,13 +16,22 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
+
+// clang-format off
+#include <limits>
+#include <memory>
+#include <binder/IServiceManager.h>
+// clang-format on
 
 #include "platform/PropertyStore.h"
 #include "platform/properties.h"
 
 namespace fs = std::filesystem;
+
+extern char** environ;
 
 namespace {
 
@@ -69,6 +80,8 @@ struct Options {
     std::string layer = VELOUR_LAYER_PATH;
     bool noLayer = false;
     bool keep = false;
+    bool hearth = false;
+    std::string effect;
     std::vector<std::string> command;
 };
 
@@ -102,8 +115,10 @@ int parse(int argc, char** argv, Options& options) {
             options.noLayer = true;
         } else if (arg == "--keep") {
             options.keep = true;
+        } else if (arg == "--hearth") {
+            options.hearth = true;
         } else if (arg == "--package" || arg == "--mode" || arg == "--prop" || arg == "--sysroot" ||
-                   arg == "--layer") {
+                   arg == "--layer" || arg == "--effect") {
             if (!hasValue) return usageError(arg + " needs a value");
             std::string value = argv[++i];
             if (arg == "--package") {
@@ -118,6 +133,9 @@ int parse(int argc, char** argv, Options& options) {
                 options.properties.emplace_back(value.substr(0, equals), value.substr(equals + 1));
             } else if (arg == "--sysroot") {
                 options.sysroot = value;
+            } else if (arg == "--effect") {
+                options.hearth = true;
+                options.effect = value;
             } else {
                 options.layer = value;
             }
@@ -258,6 +276,71 @@ void execute(const Options& options, const std::string& processName) {
     std::fprintf(stderr, "velour-run: cannot run %s: %s\n", program.c_str(), std::strerror(errno));
 }
 
+// The game service of a run: the service manager and velour-hearthd, started
+// with the sysroot's environment but none of the loader's.
+struct Services {
+    pid_t manager = -1;
+    pid_t hearth = -1;
+};
+
+pid_t spawnService(const std::string& program, std::vector<std::string> args) {
+    args.insert(args.begin(), program);
+    std::vector<char*> argv;
+    for (auto& arg : args) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    std::vector<char*> environment;
+    for (char** entry = environ; *entry; ++entry)
+        if (std::strncmp(*entry, "LD_PRELOAD=", 11) != 0 &&
+            std::strncmp(*entry, "LD_LIBRARY_PATH=", 16) != 0)
+            environment.push_back(*entry);
+    environment.push_back(nullptr);
+    pid_t pid = -1;
+    if (posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv.data(), environment.data()) != 0)
+        return -1;
+    return pid;
+}
+
+void stopServices(Services& services) {
+    for (pid_t pid : {services.hearth, services.manager}) {
+        if (pid <= 0) continue;
+        kill(pid, SIGTERM);
+        waitpid(pid, nullptr, 0);
+    }
+    services = {};
+}
+
+// Waits up to five seconds for `ready`.
+template <typename Ready>
+bool waitFor(Ready ready) {
+    for (int i = 0; i < 500; i++) {
+        if (ready()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+}
+
+bool startServices(const Options& options, const std::string& sysroot, Services& services) {
+    services.manager = spawnService(VELOUR_SERVICEMANAGER_PATH, {});
+    bool managerUp = services.manager > 0 && waitFor([&] {
+                         return access((sysroot + "/dev/binder/servicemanager").c_str(), F_OK) == 0;
+                     });
+    std::vector<std::string> args;
+    if (!options.effect.empty()) args = {"--effect", options.effect};
+    if (managerUp) services.hearth = spawnService(VELOUR_HEARTHD_PATH, args);
+    bool hearthUp = services.hearth > 0 && waitFor([] {
+                        return android::defaultServiceManager()->checkService(
+                                   android::String16("nimbohearth")) != nullptr;
+                    });
+    if (!hearthUp) {
+        std::fprintf(stderr, "velour-run: the game service did not start\n");
+        stopServices(services);
+    } else {
+        std::fprintf(stderr, "velour-run: game service up; VELOUR_SYSROOT=%s velour-hearth ...\n",
+                     sysroot.c_str());
+    }
+    return hearthUp;
+}
+
 pid_t g_child = -1;
 
 void forwardSignal(int signal) {
@@ -305,11 +388,16 @@ int main(int argc, char** argv) {
     if (setProperties(options)) {
         if (!options.noLayer && options.layer == VELOUR_LAYER_PATH)
             noteMissingSection(sysroot, processName);
-        if (!fresh || options.keep) {
+        Services services;
+        if (options.hearth && !startServices(options, sysroot, services)) {
+            status = 1;
+        } else if (!options.hearth && (!fresh || options.keep)) {
             execute(options, processName);
             return 127;
+        } else {
+            status = runAndWait(options, processName);
+            stopServices(services);
         }
-        status = runAndWait(options, processName);
     } else {
         status = 1;
     }
