@@ -1,13 +1,16 @@
 #!/usr/bin/env bash
 # Makes the armhf sysroot folder (build-armhf-sysroot/, or $VELOUR_ARMHF_SYSROOT)
 # with what the armhf tests link that the cross toolchain does not bring:
-# liblog and GoogleTest/GoogleMock, unpacked from Debian's armhf packages. The
-# Khronos and picojson headers do not depend on the architecture, so the host's
-# are linked in. Safe to run again: it does nothing when the folder is current.
+# liblog, libutils with what it needs (libcutils, libbase, libbacktrace and
+# p7zip's 7z.so that libbacktrace loads) and GoogleTest/GoogleMock, unpacked
+# from Debian's armhf packages. The Khronos, picojson and binder headers do not
+# depend on the architecture, so the host's are linked in. Safe to run again: it does nothing when the folder is current.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 sysroot=${VELOUR_ARMHF_SYSROOT:-$top/build-armhf-sysroot}
-packages=(android-liblog android-liblog-dev libgtest-dev libgmock-dev)
+packages=(android-liblog android-liblog-dev libgtest-dev libgmock-dev
+          android-libutils android-libutils-dev android-libcutils android-libcutils-dev
+          android-libbase android-libbase-dev android-libbacktrace p7zip-full)
 
 sudo=""
 [ "$(id -u)" -eq 0 ] || sudo="sudo"
@@ -57,7 +60,7 @@ rm -rf "$sysroot/debs"
 # Architecture-independent headers of the host, each under its own name so
 # that no host C library header comes along.
 include=$sysroot/usr/include
-for h in EGL KHR GLES2 GLES3 picojson.h; do
+for h in EGL KHR GLES2 GLES3 picojson.h android/binder android/system; do
   if [ -e "/usr/include/$h" ]; then ln -sfn "/usr/include/$h" "$include/$h"; fi
 done
 echo "$wanted" > "$stamp"

@@ -28,8 +28,11 @@ pid_t spawn(const std::string& program, const std::vector<std::string>& args,
     argv.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
+    // Both outputs to the log: a service left behind by a crashed test must not
+    // hold the test runner's pipe open.
     posix_spawn_file_actions_addopen(&actions, 2, logFile.c_str(), O_WRONLY | O_CREAT | O_APPEND,
                                      0644);
+    posix_spawn_file_actions_adddup2(&actions, 2, 1);
     pid_t pid = -1;
     if (posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ) != 0) pid = -1;
     posix_spawn_file_actions_destroy(&actions);

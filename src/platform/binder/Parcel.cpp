@@ -69,9 +69,9 @@ void Parcel::initState() {
 
 void Parcel::releaseObjects() {
     for (size_t i = 0; i < mObjectsSize; i++) {
-        auto* flat = reinterpret_cast<flat_binder_object*>(mData + mObjects[i]);
-        if (flat->hdr.type == BINDER_TYPE_BINDER && flat->cookie != 0)
-            reinterpret_cast<IBinder*>(flat->cookie)->decStrong(this);
+        flat_binder_object flat = loadFlat(mData + mObjects[i]);
+        if (flat.hdr.type == BINDER_TYPE_BINDER && flat.cookie != 0)
+            reinterpret_cast<IBinder*>(flat.cookie)->decStrong(this);
     }
 }
 
@@ -366,7 +366,8 @@ const flat_binder_object* Parcel::readObject(bool nullMetaData) const {
     auto* obj = reinterpret_cast<const flat_binder_object*>(mData + at);
     mDataPos = at + sizeof(flat_binder_object);
     // A null binder is written without an entry in the object list.
-    if (!nullMetaData && obj->cookie == 0 && obj->binder == 0) return obj;
+    flat_binder_object copy = loadFlat(obj);
+    if (!nullMetaData && copy.cookie == 0 && copy.binder == 0) return obj;
     // Anything else must be an object the parcel recorded: bytes that only look
     // like one are refused.
     for (size_t i = 0; i < mObjectsSize; i++)
@@ -375,16 +376,17 @@ const flat_binder_object* Parcel::readObject(bool nullMetaData) const {
 }
 
 status_t Parcel::unflattenBinder(sp<IBinder>* out) const {
-    const flat_binder_object* flat = readObject(false);
-    if (!flat) return BAD_TYPE;
+    const flat_binder_object* at = readObject(false);
+    if (!at) return BAD_TYPE;
+    flat_binder_object flat = loadFlat(at);
     sp<IBinder> binder;
-    switch (flat->hdr.type) {
+    switch (flat.hdr.type) {
         case BINDER_TYPE_BINDER:
-            binder = reinterpret_cast<IBinder*>(flat->cookie);
+            binder = reinterpret_cast<IBinder*>(flat.cookie);
             break;
         case BINDER_TYPE_HANDLE:
             binder = velour::platform::binder::Runtime::self().proxyForHandle(
-                static_cast<int32_t>(flat->handle));
+                static_cast<int32_t>(flat.handle));
             if (binder == nullptr) return BAD_TYPE;
             break;
         default:

@@ -224,23 +224,25 @@ status_t Runtime::sendParcel(int fd, uint32_t kind, uint64_t target, uint32_t co
     if (parcel.objectsCount() > 0) {
         // The parcel keeps its object list to itself; readObject names each entry.
         size_t saved = parcel.dataPosition();
-        for (size_t at = 0; at + sizeof(flat_binder_object) <= parcel.dataSize() &&
-                            refs.size() < parcel.objectsCount();
-             at += 4) {
-            parcel.setDataPosition(at);
-            const flat_binder_object* flat = parcel.readObject(false);
-            if (!flat || (flat->binder == 0 && flat->cookie == 0)) continue;
+        for (size_t offset = 0; offset + sizeof(flat_binder_object) <= parcel.dataSize() &&
+                                refs.size() < parcel.objectsCount();
+             offset += 4) {
+            parcel.setDataPosition(offset);
+            const flat_binder_object* at = parcel.readObject(false);
+            if (!at) continue;
+            flat_binder_object flat = android::loadFlat(at);
+            if (flat.binder == 0 && flat.cookie == 0) continue;
             std::lock_guard<std::mutex> lock(mutex);
-            WireRef ref{static_cast<uint32_t>(at), 0, 0};
-            if (flat->hdr.type == BINDER_TYPE_BINDER) {
+            WireRef ref{static_cast<uint32_t>(offset), 0, 0};
+            if (flat.hdr.type == BINDER_TYPE_BINDER) {
                 // The peer may call it from now on: keep it alive and listen.
-                exported[flat->cookie] = reinterpret_cast<IBinder*>(flat->cookie);
+                exported[flat.cookie] = reinterpret_cast<IBinder*>(flat.cookie);
                 startServing();
                 ref.port = port;
-                ref.address = flat->cookie;
-            } else if (flat->hdr.type == BINDER_TYPE_HANDLE && flat->handle < handles.size()) {
-                ref.port = handles[flat->handle].port;
-                ref.address = handles[flat->handle].address;
+                ref.address = flat.cookie;
+            } else if (flat.hdr.type == BINDER_TYPE_HANDLE && flat.handle < handles.size()) {
+                ref.port = handles[flat.handle].port;
+                ref.address = handles[flat.handle].address;
             } else {
                 parcel.setDataPosition(saved);
                 return android::BAD_TYPE;
