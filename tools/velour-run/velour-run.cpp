@@ -309,10 +309,11 @@ void stopServices(Services& services) {
     services = {};
 }
 
-// Waits up to five seconds for `ready`.
+// Waits up to twenty seconds for `ready`: a machine busy with builds can take
+// seconds to start a process.
 template <typename Ready>
 bool waitFor(Ready ready) {
-    for (int i = 0; i < 500; i++) {
+    for (int i = 0; i < 2000; i++) {
         if (ready()) return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
