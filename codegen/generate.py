@@ -78,7 +78,8 @@ def gen_types(gl_xml):
 
 
 def gen_entry_points(entries):
-    out = [HEADER, '#pragma once\n', '#include <cstddef>', '#include "velour/gl_types.h"', '']
+    out = [HEADER, '#pragma once\n', '#include <cstddef>', '#include <cstdint>',
+           '#include "velour/gl_types.h"', '']
     out.append('namespace velour {\n')
     out.append(f'constexpr std::size_t ENTRY_POINT_COUNT = {len(entries)};\n')
     out.append('namespace fn {')
@@ -110,6 +111,13 @@ def gen_entry_points(entries):
     out.append('// The draw thunks of hooks-only mode; null for any other name.')
     out.append('void* getDrawThunk(char const* name);')
     out.append('}  // namespace gles\n')
+    out.append('namespace gles::id {')
+    out.append('// Each entry point\'s place in the tables, by name: what a drain is counted under.')
+    out.append('enum : std::uint32_t {')
+    for e in entries:
+        out.append(f'    {e.name},')
+    out.append('};')
+    out.append('}  // namespace gles::id\n')
     out.append('}  // namespace velour\n')
     out.append('extern "C" {')
     for e in entries:
@@ -305,7 +313,7 @@ def gen_wrappers(entries):
                 w.append(f'    {c.ret} result_{{}};')
                 args.insert(0, '&result_')
             w.append(f'    executor_->queue.record(&job_{e.name}, args_{e.name}{{{", ".join(args)}}});')
-            w.append('    executor_->queue.flushAndWait();')
+            w.append(f'    executor_->queue.flushAndWait(gles::id::{e.name});')
             if c.returns():
                 w.append('    return result_;')
         w.append('}')

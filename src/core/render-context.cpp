@@ -174,7 +174,7 @@ EGLBoolean makeCurrentOnWorker(DeferredExecutor* executor, EGLDisplay display, E
     if (core::context.gameConfig.fallback) DeferredExecutor::raiseFallback();
     EGLBoolean result = EGL_FALSE;
     executor->queue.record(&makeCurrentJob, MakeCurrentJob{&result, display, draw, read, context});
-    executor->queue.flushAndWait();
+    executor->queue.flushAndWait(gles::id::eglMakeCurrent);
     return result;
 }
 

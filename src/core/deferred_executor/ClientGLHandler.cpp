@@ -360,7 +360,7 @@ void ClientGLHandler::recordLiveApply() {
 }
 
 GLint ClientGLHandler::readInteger(GLenum pname, GLint* into) {
-    core::syncCall<hijack::glGetIntegerv>(executor->queue, pname, into);
+    core::syncCall<hijack::glGetIntegerv>(executor->queue, gles::id::glGetIntegerv, pname, into);
     return *into;
 }
 
@@ -565,7 +565,7 @@ void ClientGLHandler::drawBuffers(GLsizei n, const GLenum* bufs) {
         // sees twice, to the same effect.
         core::recordCall<hijack::glGetIntegerv>(executor->queue, MAX_DRAW_BUFFERS, &maxDrawBuffers);
         core::recordCall<hijack::glDrawBuffers>(executor->queue, n, bufs);
-        executor->queue.flushAndWait();
+        executor->queue.flushAndWait(gles::id::glDrawBuffers);
     }
     // Refused arguments still reach the driver, which reports them.
     core::recordCall<hijack::glDrawBuffers>(

@@ -76,18 +76,19 @@ inline void recordCall(JobQueue& queue, A... a) {
     queue.record(&driverCallJob<Slot>, typename DriverCall<Slot>::Args(a...));
 }
 
-// Records the call, waits for it, and returns the driver's answer.
+// Records the call, waits for it, and returns the driver's answer; the drain
+// is counted under cause.
 template <auto& Slot, typename... A>
-inline auto syncCall(JobQueue& queue, A... a) {
+inline auto syncCall(JobQueue& queue, std::uint32_t cause, A... a) {
     using Call = DriverCall<Slot>;
     if constexpr (std::is_void_v<typename Call::Result>) {
         recordCall<Slot>(queue, a...);
-        queue.flushAndWait();
+        queue.flushAndWait(cause);
     } else {
         typename Call::Result result{};
         queue.record(&driverResultJob<Slot>,
                      typename Call::ResultArgs{&result, typename Call::Args(a...)});
-        queue.flushAndWait();
+        queue.flushAndWait(cause);
         return result;
     }
 }

@@ -140,6 +140,7 @@ class DeferredExecutor {
     static void onDeferredFrameEnd(void* args);
     void submitEarlySlow();
     void readSettings();
+    void logDrainCauses() const;
     void switchToImmediateMode(EGLDisplay display);
 
     std::thread thread;
