@@ -274,6 +274,108 @@ void glVertexAttribIPointer(Executor* executor, GLuint index, GLint size, GLenum
     recordCall<hijack::glVertexAttribIPointer>(executor->queue, index, size, type, stride, pointer);
 }
 
+void glUseProgram(Executor* executor, GLuint program) {
+    client(executor).useProgram(program);
+    recordCall<hijack::glUseProgram>(executor->queue, program);
+}
+
+namespace {
+struct LinkArgs {
+    GLuint program;
+    GLint* linked;
+};
+}  // namespace
+
+// The link waits as it always has; its result, read in the same job, tells
+// the shadow whether a later glUseProgram of the program can fail.
+void glLinkProgram(Executor* executor, GLuint program) {
+    GLint linked = 0;
+    executor->queue.record(
+        +[](void* args) {
+            auto* a = static_cast<LinkArgs*>(args);
+            hijack::glLinkProgram(a->program);
+            // Only a program can be asked, or the driver raises a second error.
+            if (hijack::glIsProgram(a->program))
+                hijack::glGetProgramiv(a->program, 0x8B82 /* GL_LINK_STATUS */, a->linked);
+        },
+        LinkArgs{program, &linked});
+    executor->queue.flushAndWait(gles::id::glLinkProgram);
+    client(executor).programLinked(program, linked != 0);
+}
+
+void glDeleteProgram(Executor* executor, GLuint program) {
+    client(executor).forgetProgram(program);
+    recordCall<hijack::glDeleteProgram>(executor->queue, program);
+}
+
+void glProgramBinary(Executor* executor, GLuint program, GLenum binaryFormat, const void* binary,
+                     GLsizei length) {
+    client(executor).forgetProgram(program);
+    recordCall<hijack::glProgramBinary>(executor->queue, program, binaryFormat,
+                                        core::copySized(*executor->frameData, binary, length),
+                                        length);
+}
+
+// Runs at once, as before; only the shadow hears of it.
+void glProgramBinaryOES(Executor* executor, GLuint program, GLenum binaryFormat, const void* binary,
+                        GLint length) {
+    client(executor).forgetProgram(program);
+    hijack::glProgramBinaryOES(program, binaryFormat, binary, length);
+}
+
+void glBindFramebuffer(Executor* executor, GLenum target, GLuint framebuffer) {
+    client(executor).bindFramebuffer(target, framebuffer);
+    recordCall<hijack::glBindFramebuffer>(executor->queue, target, framebuffer);
+}
+
+void glBindRenderbuffer(Executor* executor, GLenum target, GLuint renderbuffer) {
+    client(executor).bindRenderbuffer(target, renderbuffer);
+    recordCall<hijack::glBindRenderbuffer>(executor->queue, target, renderbuffer);
+}
+
+void glDeleteFramebuffers(Executor* executor, GLsizei n, const GLuint* framebuffers) {
+    client(executor).deleteFramebuffers(n, framebuffers);
+    recordCall<hijack::glDeleteFramebuffers>(
+        executor->queue, n, core::copyArray(*executor->frameData, framebuffers, n, sizeof(GLuint)));
+}
+
+void glDeleteRenderbuffers(Executor* executor, GLsizei n, const GLuint* renderbuffers) {
+    client(executor).deleteRenderbuffers(n, renderbuffers);
+    recordCall<hijack::glDeleteRenderbuffers>(
+        executor->queue, n,
+        core::copyArray(*executor->frameData, renderbuffers, n, sizeof(GLuint)));
+}
+
+void glBeginTransformFeedback(Executor* executor, GLenum primitiveMode) {
+    client(executor).transformFeedback(true);
+    recordCall<hijack::glBeginTransformFeedback>(executor->queue, primitiveMode);
+}
+
+void glEndTransformFeedback(Executor* executor) {
+    client(executor).transformFeedback(false);
+    recordCall<hijack::glEndTransformFeedback>(executor->queue);
+}
+
+void glBufferData(Executor* executor, GLenum target, GLsizeiptr size, const void* data,
+                  GLenum usage) {
+    client(executor).bufferData(target, size, usage);
+    recordCall<hijack::glBufferData>(executor->queue, target, size,
+                                     core::copySized(*executor->frameData, data, size), usage);
+}
+
+void glBufferStorageEXT(Executor* executor, GLenum target, GLsizeiptr size, const void* data,
+                        GLbitfield flags) {
+    client(executor).bufferStorage(target);
+    recordCall<hijack::glBufferStorageEXT>(
+        executor->queue, target, size, core::copySized(*executor->frameData, data, size), flags);
+}
+
+void* glMapBufferOES(Executor* executor, GLenum target, GLenum access) {
+    if (void* shadow = client(executor).mapWholeForWrite(target, access)) return shadow;
+    return syncCall<hijack::glMapBufferOES>(executor->queue, gles::id::glMapBufferOES, target,
+                                            access);
+}
+
 void glGetIntegerv(Executor* executor, GLenum pname, GLint* data) {
     if (!data) return;
     if (client(executor).getIntegerv(pname, data)) return;

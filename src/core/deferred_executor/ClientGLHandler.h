@@ -236,6 +236,28 @@ class ClientGLHandler {
         bool valid = false;
     };
 
+    // A value that the game's own recorded calls decide. Known: certain to be
+    // what the driver would answer at this point of the stream. Unknown: the
+    // next query drains and learns it.
+    struct KnownInt {
+        GLint value = 0;
+        bool known = true;
+        void set(GLint v) { *this = KnownInt{v, true}; }
+        void forget() { known = false; }
+    };
+
+    // Size and usage of a buffer's data store, from the game's glBufferData.
+    struct BufferStore {
+        GLint size;
+        GLenum usage;
+    };
+
+    // An implementation constant, read from the driver once per context.
+    struct Constant {
+        GLint values[2];
+        bool valid;
+    };
+
     explicit ClientGLHandler(core::DeferredExecutor* executor);
     virtual ~ClientGLHandler();
 
@@ -268,7 +290,21 @@ class ClientGLHandler {
     // for the draw behind it, which keeps that memory valid.
     void recordLiveApply();
 
-    // Answers from the shadow; false: ask the driver.
+    // Shadow steps of the bindings and objects whose state the shadow answers.
+    void useProgram(GLuint program);
+    void programLinked(GLuint program, bool linked);
+    // A program whose link state changes where the shadow cannot see it.
+    void forgetProgram(GLuint program) { linkedPrograms.erase(program); }
+    void bindFramebuffer(GLenum target, GLuint framebuffer);
+    void bindRenderbuffer(GLenum target, GLuint renderbuffer);
+    void deleteFramebuffers(GLsizei n, const GLuint* framebuffers);
+    void deleteRenderbuffers(GLsizei n, const GLuint* renderbuffers);
+    void transformFeedback(bool active) { transformFeedbackActive = active; }
+    void bufferData(GLenum target, GLsizeiptr size, GLenum usage);
+    void bufferStorage(GLenum target);
+
+    // Answers from the shadow, or after a drain that the shadow learns from;
+    // false: ask the driver with the game's own pointer.
     bool getIntegerv(GLenum pname, GLint* data);
     bool vertexAttrib(GLuint index, GLenum pname, GLint& value) const;
     bool vertexAttribPointer(GLuint index, GLenum pname, void** pointer) const;
@@ -277,6 +313,9 @@ class ClientGLHandler {
 
     // A write map returns a block of ours at once; null: map by the driver.
     void* mapForWrite(GLenum target, GLintptr offset, GLsizeiptr length, GLbitfield access);
+    // glMapBufferOES, write-only by definition: a write map of the whole
+    // store when its size is known; null: map by the driver.
+    void* mapWholeForWrite(GLenum target, GLenum access);
     // Records the write-back of a write map; false: not one of ours.
     bool unmapWritten(GLenum target);
     bool isMappedForWrite(GLenum target);
@@ -307,7 +346,24 @@ class ClientGLHandler {
     std::uint64_t clientMask = 0;
     bool primitiveRestart = false;
 
+    KnownInt currentProgram;
+    KnownInt drawFramebuffer;
+    KnownInt readFramebuffer;
+    KnownInt renderbuffer;
+    // Programs whose last link succeeded here: glUseProgram of one cannot fail.
+    core::RecyclingMap<GLuint, bool> linkedPrograms;
+    core::RecyclingMap<GLuint, BufferStore> bufferStores;
+    // Buffers given immutable storage: glBufferData on them fails.
+    core::RecyclingMap<GLuint, bool> immutableBuffers;
+    core::RecyclingMap<GLenum, Constant> constants;
+    bool transformFeedbackActive = false;
+
   private:
+    // A driver read of pname into the shadow's own memory: false when the
+    // driver refused the pname and wrote nothing.
+    bool readChecked(GLenum pname, GLint* values, int count);
+    bool answerKnown(KnownInt& shadow, GLenum pname, GLint* data);
+    bool answerConstant(GLenum pname, GLint* data);
     VertexAttribPointer* attrib(GLuint index);
     GLint readInteger(GLenum pname, GLint* into);
 };
