@@ -174,6 +174,8 @@ HANDLED_BY = {
         'glProgramBinary', 'glProgramBinaryOES', 'glBindFramebuffer', 'glBindRenderbuffer',
         'glDeleteFramebuffers', 'glDeleteRenderbuffers', 'glBeginTransformFeedback',
         'glEndTransformFeedback', 'glBufferData', 'glBufferStorageEXT', 'glMapBufferOES',
+        'glEnablei', 'glDisablei', 'glEnableiOES', 'glDisableiOES', 'glEnableiEXT',
+        'glDisableiEXT', 'glIsEnabled', 'glGetBooleanv', 'glViewport', 'glScissor',
         'glDrawArrays', 'glDrawArraysInstanced', 'glDrawElements', 'glDrawRangeElements',
         'glDrawElementsInstanced', 'glDrawElementsBaseVertex', 'glDrawRangeElementsBaseVertex',
         'glDrawElementsInstancedBaseVertex', 'glDrawElementsBaseVertexOES',

@@ -387,6 +387,49 @@ TEST_F(Client, BindingsAreAnsweredWhileCertainAndLearntByOneDrainWhenNot) {
     EXPECT_EQ(drains(), before);
 }
 
+TEST_F(Client, CapabilitiesAndBoxesFollowTheCallsThatCannotFail) {
+    // The driver fills every value it is asked for: 100 for the viewport limit.
+    fake::setHandler("glGetIntegerv", [](const fake::Call& c) -> std::uint64_t {
+        GLint value = c.args[0].bits == 0x0D3A ? 100 : 42;
+        std::fill(pointerArg<GLint>(c, 1), pointerArg<GLint>(c, 1) + 4, value);
+        return 0;
+    });
+    fake::setReturn("glIsEnabled", 1);
+    constexpr GLenum BLEND = 0x0BE2, DITHER = 0x0BD0, VIEWPORT = 0x0BA2, SCISSOR = 0x0C10;
+    auto box = [](GLenum pname) {
+        Ints values(4, 0);
+        gl_deferred_glGetIntegerv(pname, values.data());
+        return values;
+    };
+    auto before = drains();
+    EXPECT_EQ((Ints{gl_deferred_glIsEnabled(BLEND), gl_deferred_glIsEnabled(DITHER)}), (Ints{0, 1}))
+        << "GL's defaults";
+    gl_deferred_glEnable(BLEND);
+    EXPECT_EQ((Ints{gl_deferred_glIsEnabled(BLEND),
+                    fetch<GLboolean>(gl_deferred_glGetBooleanv, BLEND), integer(BLEND)}),
+              (Ints{1, 1, 1}));
+    gl_deferred_glScissor(1, 2, 3, 4);
+    gl_deferred_glScissor(0, 0, -1, 5);  // refused
+    EXPECT_EQ(box(SCISSOR), (Ints{1, 2, 3, 4}));
+    EXPECT_EQ(drains(), before);
+
+    // Unknown until a drain has learnt it: an indexed enable, a viewport
+    // beyond a limit not yet read, or beyond the limit.
+    gl_deferred_glDisable(BLEND);
+    gl_deferred_glEnablei(BLEND, 1);
+    EXPECT_EQ((Ints{gl_deferred_glIsEnabled(BLEND), gl_deferred_glIsEnabled(BLEND)}), (Ints{1, 1}));
+    EXPECT_EQ(drains(), before + 1);
+    gl_deferred_glViewport(0, 0, 50, 60);
+    EXPECT_EQ(box(VIEWPORT), (Ints{42, 42, 42, 42}));
+    EXPECT_EQ(box(0x0D3A), (Ints{100, 100, 0, 0}));
+    gl_deferred_glViewport(0, 0, 50, 60);
+    EXPECT_EQ(box(VIEWPORT), (Ints{0, 0, 50, 60}));
+    EXPECT_EQ(drains(), before + 3);
+    gl_deferred_glViewport(0, 0, 500, 60);  // clamped by the driver
+    EXPECT_EQ(box(VIEWPORT), (Ints{42, 42, 42, 42}));
+    EXPECT_EQ(drains(), before + 4);
+}
+
 TEST_F(Client, ARefusedReadLeavesTheGameMemoryAloneAndIsAskedAgain) {
     // The driver writes nothing, as for a pname that the context lacks.
     auto before = drains();

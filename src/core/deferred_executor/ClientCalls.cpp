@@ -274,6 +274,64 @@ void glVertexAttribIPointer(Executor* executor, GLuint index, GLint size, GLenum
     recordCall<hijack::glVertexAttribIPointer>(executor->queue, index, size, type, stride, pointer);
 }
 
+namespace {
+// Indexed enables: the plain query of the capability answers index 0.
+template <auto& Slot>
+void enableIndexed(Executor* executor, GLenum target, GLuint index) {
+    client(executor).forgetCapability(target);
+    recordCall<Slot>(executor->queue, target, index);
+}
+}  // namespace
+
+void glEnablei(Executor* executor, GLenum target, GLuint index) {
+    enableIndexed<hijack::glEnablei>(executor, target, index);
+}
+
+void glDisablei(Executor* executor, GLenum target, GLuint index) {
+    enableIndexed<hijack::glDisablei>(executor, target, index);
+}
+
+void glEnableiOES(Executor* executor, GLenum target, GLuint index) {
+    enableIndexed<hijack::glEnableiOES>(executor, target, index);
+}
+
+void glDisableiOES(Executor* executor, GLenum target, GLuint index) {
+    enableIndexed<hijack::glDisableiOES>(executor, target, index);
+}
+
+void glEnableiEXT(Executor* executor, GLenum target, GLuint index) {
+    enableIndexed<hijack::glEnableiEXT>(executor, target, index);
+}
+
+void glDisableiEXT(Executor* executor, GLenum target, GLuint index) {
+    enableIndexed<hijack::glDisableiEXT>(executor, target, index);
+}
+
+GLboolean glIsEnabled(Executor* executor, GLenum cap) {
+    bool on;
+    if (client(executor).isEnabled(cap, on)) return on;
+    return syncCall<hijack::glIsEnabled>(executor->queue, gles::id::glIsEnabled, cap);
+}
+
+void glGetBooleanv(Executor* executor, GLenum pname, GLboolean* data) {
+    bool on;
+    if (data && client(executor).isEnabled(pname, on)) {
+        *data = on;
+        return;
+    }
+    syncCall<hijack::glGetBooleanv>(executor->queue, gles::id::glGetBooleanv, pname, data);
+}
+
+void glViewport(Executor* executor, GLint x, GLint y, GLsizei width, GLsizei height) {
+    client(executor).viewport(x, y, width, height);
+    recordCall<hijack::glViewport>(executor->queue, x, y, width, height);
+}
+
+void glScissor(Executor* executor, GLint x, GLint y, GLsizei width, GLsizei height) {
+    client(executor).scissor(x, y, width, height);
+    recordCall<hijack::glScissor>(executor->queue, x, y, width, height);
+}
+
 void glUseProgram(Executor* executor, GLuint program) {
     client(executor).useProgram(program);
     recordCall<hijack::glUseProgram>(executor->queue, program);

@@ -48,6 +48,17 @@ void glBufferStorageEXT(Executor* executor, GLenum target, GLsizeiptr size, cons
                         GLbitfield flags);
 void* glMapBufferOES(Executor* executor, GLenum target, GLenum access);
 
+void glEnablei(Executor* executor, GLenum target, GLuint index);
+void glDisablei(Executor* executor, GLenum target, GLuint index);
+void glEnableiOES(Executor* executor, GLenum target, GLuint index);
+void glDisableiOES(Executor* executor, GLenum target, GLuint index);
+void glEnableiEXT(Executor* executor, GLenum target, GLuint index);
+void glDisableiEXT(Executor* executor, GLenum target, GLuint index);
+GLboolean glIsEnabled(Executor* executor, GLenum cap);
+void glGetBooleanv(Executor* executor, GLenum pname, GLboolean* data);
+void glViewport(Executor* executor, GLint x, GLint y, GLsizei width, GLsizei height);
+void glScissor(Executor* executor, GLint x, GLint y, GLsizei width, GLsizei height);
+
 void glGetIntegerv(Executor* executor, GLenum pname, GLint* data);
 GLboolean glIsVertexArray(Executor* executor, GLuint array);
 void glGetVertexAttribiv(Executor* executor, GLuint index, GLenum pname, GLint* params);

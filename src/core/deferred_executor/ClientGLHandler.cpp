@@ -113,6 +113,31 @@ constexpr ConstantName CONSTANT_NAMES[] = {
     {0x9144, 1},  // GL_MAX_DEBUG_LOGGED_MESSAGES
 };
 
+// Capabilities that glEnable takes in every version, in bit order; the
+// shadow answers glIsEnabled and the gets of these alone.
+constexpr GLenum CAPABILITIES[] = {
+    0x0BE2,  // GL_BLEND
+    0x0B44,  // GL_CULL_FACE
+    0x0B71,  // GL_DEPTH_TEST
+    0x0BD0,  // GL_DITHER, the one on at first
+    0x8037,  // GL_POLYGON_OFFSET_FILL
+    0x809E,  // GL_SAMPLE_ALPHA_TO_COVERAGE
+    0x80A0,  // GL_SAMPLE_COVERAGE
+    0x0C11,  // GL_SCISSOR_TEST
+    0x0B90,  // GL_STENCIL_TEST
+};
+constexpr std::uint32_t DITHER_BIT = 1u << 3;
+constexpr std::uint32_t ALL_CAPABILITIES = (1u << std::size(CAPABILITIES)) - 1;
+constexpr GLenum VIEWPORT = 0x0BA2;
+constexpr GLenum SCISSOR_BOX = 0x0C10;
+constexpr GLenum MAX_VIEWPORT_DIMS = 0x0D3A;
+
+std::uint32_t capabilityBit(GLenum cap) {
+    for (std::size_t i = 0; i < std::size(CAPABILITIES); ++i)
+        if (CAPABILITIES[i] == cap) return 1u << i;
+    return 0;
+}
+
 int constantCount(GLenum pname) {
     for (const ConstantName& c : CONSTANT_NAMES)
         if (c.pname == pname) return c.count;
@@ -232,7 +257,8 @@ void unmapJob(void* args) {
 
 }  // namespace
 
-ClientGLHandler::ClientGLHandler(core::DeferredExecutor* executor) : executor(executor) {
+ClientGLHandler::ClientGLHandler(core::DeferredExecutor* executor)
+    : executor(executor), capabilitiesOn(DITHER_BIT), capabilitiesKnown(ALL_CAPABILITIES) {
     attribs.reserve(16);
 }
 
@@ -295,6 +321,43 @@ void ClientGLHandler::bindTexture(GLenum target, GLuint texture) {
 
 void ClientGLHandler::setCapability(GLenum cap, bool on) {
     if (cap == PRIMITIVE_RESTART_FIXED_INDEX) primitiveRestart = on;
+    std::uint32_t bit = capabilityBit(cap);
+    capabilitiesKnown |= bit;
+    capabilitiesOn = on ? capabilitiesOn | bit : capabilitiesOn & ~bit;
+}
+
+void ClientGLHandler::forgetCapability(GLenum cap) {
+    capabilitiesKnown &= ~capabilityBit(cap);
+}
+
+bool ClientGLHandler::isEnabled(GLenum cap, bool& on) {
+    std::uint32_t bit = capabilityBit(cap);
+    if (bit == 0) return false;
+    if (!(capabilitiesKnown & bit)) {
+        bool learnt =
+            core::syncCall<hijack::glIsEnabled>(executor->queue, gles::id::glIsEnabled, cap) != 0;
+        capabilitiesKnown |= bit;
+        capabilitiesOn = learnt ? capabilitiesOn | bit : capabilitiesOn & ~bit;
+    }
+    on = (capabilitiesOn & bit) != 0;
+    return true;
+}
+
+// A negative size is refused and leaves the box as it was; a viewport beyond
+// the implementation's limit is clamped, by a limit known once it was read.
+void ClientGLHandler::viewport(GLint x, GLint y, GLsizei width, GLsizei height) {
+    if (width < 0 || height < 0) return;
+    const Constant* limit = constants.find(MAX_VIEWPORT_DIMS);
+    if (!limit || !limit->valid || width > limit->values[0] || height > limit->values[1]) {
+        viewportBox.known = false;
+        return;
+    }
+    viewportBox = KnownRect{{x, y, width, height}, true};
+}
+
+void ClientGLHandler::scissor(GLint x, GLint y, GLsizei width, GLsizei height) {
+    if (width < 0 || height < 0) return;
+    scissorBox = KnownRect{{x, y, width, height}, true};
 }
 
 ClientGLHandler::VertexAttribPointer* ClientGLHandler::attrib(GLuint index) {
@@ -513,7 +576,7 @@ bool ClientGLHandler::readChecked(GLenum pname, GLint* values, int count) {
     // A value no pname of the table can have: still there afterwards, the
     // driver refused the pname and the game's memory stays untouched.
     constexpr GLint UNWRITTEN = -0x5EADBEEF;
-    GLint read[2] = {UNWRITTEN, UNWRITTEN};
+    GLint read[4] = {UNWRITTEN, UNWRITTEN, UNWRITTEN, UNWRITTEN};
     core::syncCall<hijack::glGetIntegerv>(executor->queue, gles::id::glGetIntegerv, pname, read);
     if (read[0] == UNWRITTEN) return false;
     std::memcpy(values, read, static_cast<std::size_t>(count) * sizeof(GLint));
@@ -527,6 +590,15 @@ bool ClientGLHandler::answerKnown(KnownInt& shadow, GLenum pname, GLint* data) {
         shadow.set(value);
     }
     *data = shadow.value;
+    return true;
+}
+
+bool ClientGLHandler::answerRect(KnownRect& shadow, GLenum pname, GLint* data) {
+    if (!shadow.known) {
+        if (!readChecked(pname, shadow.values, 4)) return true;
+        shadow.known = true;
+    }
+    std::memcpy(data, shadow.values, sizeof(shadow.values));
     return true;
 }
 
@@ -550,6 +622,10 @@ bool ClientGLHandler::getIntegerv(GLenum pname, GLint* data) {
             return answerKnown(drawFramebuffer, pname, data);
         case RENDERBUFFER_BINDING:
             return answerKnown(renderbuffer, pname, data);
+        case VIEWPORT:
+            return answerRect(viewportBox, pname, data);
+        case SCISSOR_BOX:
+            return answerRect(scissorBox, pname, data);
         case ARRAY_BUFFER_BINDING:
             *data = static_cast<GLint>(bufferBindings[ARRAY_BUFFER]);
             return true;
@@ -616,8 +692,13 @@ bool ClientGLHandler::getIntegerv(GLenum pname, GLint* data) {
         }
         default:
             // The GL_UNPACK_* values as the game last set them, the
-            // implementation's constants; anything else is the driver's.
-            return executor->unpackParameter(pname, data) || answerConstant(pname, data);
+            // implementation's constants, the capabilities; anything else is
+            // the driver's.
+            if (executor->unpackParameter(pname, data) || answerConstant(pname, data)) return true;
+            bool on;
+            if (!isEnabled(pname, on)) return false;
+            *data = on;
+            return true;
     }
 }
 

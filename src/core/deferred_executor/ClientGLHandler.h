@@ -252,6 +252,13 @@ class ClientGLHandler {
         GLenum usage;
     };
 
+    // A rectangle of state (viewport, scissor box): unknown at first, since
+    // the first binding to a surface sets it.
+    struct KnownRect {
+        GLint values[4] = {};
+        bool known = false;
+    };
+
     // An implementation constant, read from the driver once per context.
     struct Constant {
         GLint values[2];
@@ -270,6 +277,13 @@ class ClientGLHandler {
     void deleteTextures(GLsizei n, const GLuint* textures);
     void bindTexture(GLenum target, GLuint texture);
     void setCapability(GLenum cap, bool on);
+    // An indexed enable: the plain query then answers for index 0 only.
+    void forgetCapability(GLenum cap);
+    // Whether cap is enabled, from the shadow or by a drain it learns from;
+    // false: not a capability the shadow follows.
+    bool isEnabled(GLenum cap, bool& on);
+    void viewport(GLint x, GLint y, GLsizei width, GLsizei height);
+    void scissor(GLint x, GLint y, GLsizei width, GLsizei height);
     void enableAttribArray(GLuint index, bool on);
     void attribDivisor(GLuint index, GLuint divisor);
     // True when the pointer stays in the shadow for the next client draw, and
@@ -357,11 +371,17 @@ class ClientGLHandler {
     core::RecyclingMap<GLuint, bool> immutableBuffers;
     core::RecyclingMap<GLenum, Constant> constants;
     bool transformFeedbackActive = false;
+    // The capabilities of every version, one bit each: on, and known.
+    std::uint32_t capabilitiesOn;
+    std::uint32_t capabilitiesKnown;
+    KnownRect viewportBox;
+    KnownRect scissorBox;
 
   private:
     // A driver read of pname into the shadow's own memory: false when the
     // driver refused the pname and wrote nothing.
     bool readChecked(GLenum pname, GLint* values, int count);
+    bool answerRect(KnownRect& shadow, GLenum pname, GLint* data);
     bool answerKnown(KnownInt& shadow, GLenum pname, GLint* data);
     bool answerConstant(GLenum pname, GLint* data);
     VertexAttribPointer* attrib(GLuint index);
