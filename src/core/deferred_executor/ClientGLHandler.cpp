@@ -1,6 +1,7 @@
 #include "core/deferred_executor/ClientGLHandler.h"
 
 #include <cstring>
+#include <iterator>
 #include <limits>
 
 #include "core/deferred_executor/CopyParams.h"
