@@ -199,6 +199,20 @@ HANDLED_BY = {
 }
 HANDLED = set().union(*HANDLED_BY.values())
 
+# Calls that change state the client handler answers in ways it does not
+# follow: the wrapper has it forget that state, by the pname that reads it,
+# and then goes its usual way.
+FORGETS = {
+    'glViewportArrayvOES': 0x0BA2, 'glViewportIndexedfOES': 0x0BA2,
+    'glViewportIndexedfvOES': 0x0BA2, 'glViewportArrayvNV': 0x0BA2,
+    'glViewportIndexedfNV': 0x0BA2, 'glViewportIndexedfvNV': 0x0BA2,
+    'glScissorArrayvOES': 0x0C10, 'glScissorIndexedOES': 0x0C10, 'glScissorIndexedvOES': 0x0C10,
+    'glScissorArrayvNV': 0x0C10, 'glScissorIndexedNV': 0x0C10, 'glScissorIndexedvNV': 0x0C10,
+    'glBindFramebufferOES': 0x8CA6, 'glDeleteFramebuffersOES': 0x8CA6,
+    'glBindRenderbufferOES': 0x8CA7, 'glDeleteRenderbuffersOES': 0x8CA7,
+    'glBufferStorageExternalEXT': 0x8764,
+}
+
 # glGetProgramiv answers these on the game's thread, with no drain.
 IMMEDIATE_PNAMES = {'glGetProgramiv': ('pname', [35714, 34625])}
 
@@ -295,6 +309,9 @@ def gen_wrappers(entries):
         if e.fallback:
             w.append('    if (core::context.gameConfig.fallback) '
                      'core::DeferredExecutor::raiseFallback();')
+        if e.name in FORGETS:
+            w.append(f'    handled::forgetState(static_cast<core::Executor*>(executor_), '
+                     f'{FORGETS[e.name]:#06x});')
         if e.name in IMMEDIATE_PNAMES:
             pname, values = IMMEDIATE_PNAMES[e.name]
             test = ' || '.join(f'{pname} == {v}' for v in values)

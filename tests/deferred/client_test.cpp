@@ -428,6 +428,10 @@ TEST_F(Client, CapabilitiesAndBoxesFollowTheCallsThatCannotFail) {
     gl_deferred_glViewport(0, 0, 500, 60);  // clamped by the driver
     EXPECT_EQ(box(VIEWPORT), (Ints{42, 42, 42, 42}));
     EXPECT_EQ(drains(), before + 4);
+    gl_deferred_glScissorIndexedOES(0, 5, 6, 7, 8);  // index 0 is the plain box
+    EXPECT_EQ(drains(), before + 5);
+    EXPECT_EQ(box(SCISSOR), (Ints{42, 42, 42, 42}));
+    EXPECT_EQ(drains(), before + 6);
 }
 
 TEST_F(Client, ARefusedReadLeavesTheGameMemoryAloneAndIsAskedAgain) {

@@ -434,6 +434,10 @@ void* glMapBufferOES(Executor* executor, GLenum target, GLenum access) {
                                             access);
 }
 
+void forgetState(Executor* executor, GLenum pname) {
+    client(executor).forgetState(pname);
+}
+
 void glGetIntegerv(Executor* executor, GLenum pname, GLint* data) {
     if (!data) return;
     if (client(executor).getIntegerv(pname, data)) return;

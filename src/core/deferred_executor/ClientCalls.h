@@ -59,6 +59,9 @@ void glGetBooleanv(Executor* executor, GLenum pname, GLboolean* data);
 void glViewport(Executor* executor, GLint x, GLint y, GLsizei width, GLsizei height);
 void glScissor(Executor* executor, GLint x, GLint y, GLsizei width, GLsizei height);
 
+// For the calls that change answered state in ways the shadow does not follow.
+void forgetState(Executor* executor, GLenum pname);
+
 void glGetIntegerv(Executor* executor, GLenum pname, GLint* data);
 GLboolean glIsVertexArray(Executor* executor, GLuint array);
 void glGetVertexAttribiv(Executor* executor, GLuint index, GLenum pname, GLint* params);

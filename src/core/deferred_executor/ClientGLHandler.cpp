@@ -568,6 +568,29 @@ void ClientGLHandler::bufferStorage(GLenum target) {
     immutableBuffers[buffer] = true;
 }
 
+void ClientGLHandler::forgetState(GLenum pname) {
+    switch (pname) {
+        case VIEWPORT:
+            viewportBox.known = false;
+            break;
+        case SCISSOR_BOX:
+            scissorBox.known = false;
+            break;
+        case DRAW_FRAMEBUFFER_BINDING:
+            drawFramebuffer.forget();
+            readFramebuffer.forget();
+            break;
+        case RENDERBUFFER_BINDING:
+            renderbuffer.forget();
+            break;
+        case BUFFER_SIZE:
+            storesUnknown = true;
+            break;
+        default:
+            break;
+    }
+}
+
 GLint ClientGLHandler::readInteger(GLenum pname, GLint* into) {
     core::syncCall<hijack::glGetIntegerv>(executor->queue, gles::id::glGetIntegerv, pname, into);
     return *into;
@@ -748,7 +771,7 @@ bool ClientGLHandler::vertexAttribPointer(GLuint index, GLenum pname, void** poi
 bool ClientGLHandler::bufferParameter(GLenum target, GLenum pname, GLint64& value) {
     GLuint buffer = binding(target);
     if (pname == BUFFER_SIZE || pname == BUFFER_USAGE) {
-        const BufferStore* store = buffer ? bufferStores.find(buffer) : nullptr;
+        const BufferStore* store = buffer && !storesUnknown ? bufferStores.find(buffer) : nullptr;
         if (!store) return false;
         value = pname == BUFFER_SIZE ? store->size : static_cast<GLint64>(store->usage);
         return true;
@@ -807,7 +830,7 @@ void* ClientGLHandler::mapForWrite(GLenum target, GLintptr offset, GLsizeiptr le
 void* ClientGLHandler::mapWholeForWrite(GLenum target, GLenum access) {
     GLuint buffer = binding(target);
     if (buffer == 0 || access != WRITE_ONLY_OES || mappedBuffers.contains(buffer)) return nullptr;
-    const BufferStore* store = bufferStores.find(buffer);
+    const BufferStore* store = storesUnknown ? nullptr : bufferStores.find(buffer);
     if (!store || store->size < 1) return nullptr;
     return mapForWrite(target, 0, store->size, MAP_WRITE_BIT);
 }

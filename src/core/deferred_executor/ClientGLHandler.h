@@ -316,6 +316,9 @@ class ClientGLHandler {
     void transformFeedback(bool active) { transformFeedbackActive = active; }
     void bufferData(GLenum target, GLsizeiptr size, GLenum usage);
     void bufferStorage(GLenum target);
+    // The state read by pname is changed by a call the shadow does not follow;
+    // GL_BUFFER_SIZE: any buffer's store.
+    void forgetState(GLenum pname);
 
     // Answers from the shadow, or after a drain that the shadow learns from;
     // false: ask the driver with the game's own pointer.
@@ -374,6 +377,8 @@ class ClientGLHandler {
     // The capabilities of every version, one bit each: on, and known.
     std::uint32_t capabilitiesOn;
     std::uint32_t capabilitiesKnown;
+    // A store was made where the shadow cannot tell for which buffer.
+    bool storesUnknown = false;
     KnownRect viewportBox;
     KnownRect scissorBox;
 
