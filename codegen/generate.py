@@ -81,7 +81,8 @@ def gen_types(gl_xml):
 
 
 def gen_entry_points(entries):
-    out = [HEADER, '#pragma once\n', '#include <cstddef>', '#include "velour/gl_types.h"', '']
+    out = [HEADER, '#pragma once\n', '#include <cstddef>', '#include <cstdint>',
+           '#include "velour/gl_types.h"', '']
     out.append('namespace velour {\n')
     out.append(f'constexpr std::size_t ENTRY_POINT_COUNT = {len(entries)};\n')
     out.append('namespace fn {')
@@ -113,6 +114,13 @@ def gen_entry_points(entries):
     out.append('// The draw thunks of hooks-only mode; null for any other name.')
     out.append('void* getDrawThunk(char const* name);')
     out.append('}  // namespace gles\n')
+    out.append('namespace gles::id {')
+    out.append('// Each entry point\'s place in the tables, by name: what a drain is counted under.')
+    out.append('enum : std::uint32_t {')
+    for e in entries:
+        out.append(f'    {e.name},')
+    out.append('};')
+    out.append('}  // namespace gles::id\n')
     out.append('}  // namespace velour\n')
     out.append('extern "C" {')
     for e in entries:
@@ -165,7 +173,12 @@ HANDLED_BY = {
         'glGetVertexAttribIiv', 'glGetVertexAttribIuiv', 'glGetVertexAttribPointerv',
         'glGetBufferParameteriv', 'glGetBufferParameteri64v', 'glGetBufferPointerv',
         'glGetBufferPointervOES', 'glMapBufferRange', 'glFlushMappedBufferRange', 'glUnmapBuffer',
-        'glUnmapBufferOES', 'glDrawBuffers',
+        'glUnmapBufferOES', 'glDrawBuffers', 'glUseProgram', 'glLinkProgram', 'glDeleteProgram',
+        'glProgramBinary', 'glProgramBinaryOES', 'glBindFramebuffer', 'glBindRenderbuffer',
+        'glDeleteFramebuffers', 'glDeleteRenderbuffers', 'glBeginTransformFeedback',
+        'glEndTransformFeedback', 'glBufferData', 'glBufferStorageEXT', 'glMapBufferOES',
+        'glEnablei', 'glDisablei', 'glEnableiOES', 'glDisableiOES', 'glEnableiEXT',
+        'glDisableiEXT', 'glIsEnabled', 'glGetBooleanv', 'glViewport', 'glScissor',
         'glDrawArrays', 'glDrawArraysInstanced', 'glDrawElements', 'glDrawRangeElements',
         'glDrawElementsInstanced', 'glDrawElementsBaseVertex', 'glDrawRangeElementsBaseVertex',
         'glDrawElementsInstancedBaseVertex', 'glDrawElementsBaseVertexOES',
@@ -188,6 +201,20 @@ HANDLED_BY = {
     'MiscHandler': {'glReadPixels'},
 }
 HANDLED = set().union(*HANDLED_BY.values())
+
+# Calls that change state the client handler answers in ways it does not
+# follow: the wrapper has it forget that state, by the pname that reads it,
+# and then goes its usual way.
+FORGETS = {
+    'glViewportArrayvOES': 0x0BA2, 'glViewportIndexedfOES': 0x0BA2,
+    'glViewportIndexedfvOES': 0x0BA2, 'glViewportArrayvNV': 0x0BA2,
+    'glViewportIndexedfNV': 0x0BA2, 'glViewportIndexedfvNV': 0x0BA2,
+    'glScissorArrayvOES': 0x0C10, 'glScissorIndexedOES': 0x0C10, 'glScissorIndexedvOES': 0x0C10,
+    'glScissorArrayvNV': 0x0C10, 'glScissorIndexedNV': 0x0C10, 'glScissorIndexedvNV': 0x0C10,
+    'glBindFramebufferOES': 0x8CA6, 'glDeleteFramebuffersOES': 0x8CA6,
+    'glBindRenderbufferOES': 0x8CA7, 'glDeleteRenderbuffersOES': 0x8CA7,
+    'glBufferStorageExternalEXT': 0x8764,
+}
 
 # glGetProgramiv answers these on the game's thread, with no drain.
 IMMEDIATE_PNAMES = {'glGetProgramiv': ('pname', [35714, 34625])}
@@ -329,6 +356,9 @@ def wrapper_body(e, head, path, fallback):
     if fallback:
         w.append('    if (core::context.gameConfig.fallback) '
                  'core::DeferredExecutor::raiseFallback();')
+    if e.name in FORGETS:
+        w.append(f'    handled::forgetState(static_cast<core::Executor*>(executor_), '
+                 f'{FORGETS[e.name]:#06x});')
     if e.name in IMMEDIATE_PNAMES:
         pname, values = IMMEDIATE_PNAMES[e.name]
         test = ' || '.join(f'{pname} == {v}' for v in values)
@@ -352,7 +382,7 @@ def wrapper_body(e, head, path, fallback):
             w.append(f'    {c.ret} result_{{}};')
             args.insert(0, '&result_')
         w.append(f'    executor_->queue.record(&job_{e.name}, args_{e.name}{{{", ".join(args)}}});')
-        w.append('    executor_->queue.flushAndWait();')
+        w.append(f'    executor_->queue.flushAndWait(gles::id::{e.name});')
         if c.returns():
             w.append('    return result_;')
     w.append('}')

@@ -27,9 +27,18 @@ std::unique_ptr<RenderContext> newRenderContext(EGLDisplay display, EGLContext c
 }
 
 // Inserts the render context for the game's handle; an old entry under the
-// same handle is replaced.
-void insertRenderContext(EGLContext context, std::unique_ptr<RenderContext> renderContext) {
+// same handle is replaced. A context made to share the game's objects with
+// another marks both executors: the shadows of shared objects then step aside.
+void insertRenderContext(EGLContext context, std::unique_ptr<RenderContext> renderContext,
+                         EGLContext share) {
     std::lock_guard<std::mutex> lock(core::context.renderContextMutex);
+    if (share != EGL_NO_CONTEXT) {
+        auto shared = core::context.renderContexts.find(share);
+        if (shared != core::context.renderContexts.end() && shared->second.renderContext &&
+            shared->second.renderContext->executor)
+            shared->second.renderContext->executor->objectsShared = true;
+        if (renderContext->executor) renderContext->executor->objectsShared = true;
+    }
     auto& entry = core::context.renderContexts[context];
     entry.renderContext = std::move(renderContext);
     entry.current = false;
@@ -142,7 +151,7 @@ EGLContext simple::createContext(EGLDisplay display, EGLConfig config, EGLContex
         return EGL_NO_CONTEXT;
     }
     try {
-        insertRenderContext(context, std::move(renderContext));
+        insertRenderContext(context, std::move(renderContext), share);
     } catch (const std::bad_alloc&) {
         hijack::eglDestroyContext(display, context);
         return EGL_NO_CONTEXT;
@@ -216,7 +225,7 @@ EGLBoolean makeCurrentOnWorker(DeferredExecutor* executor, EGLDisplay display, E
     if (core::context.gameConfig.fallback) DeferredExecutor::raiseFallback();
     EGLBoolean result = EGL_FALSE;
     executor->queue.record(&makeCurrentJob, MakeCurrentJob{&result, display, draw, read, context});
-    executor->queue.flushAndWait();
+    executor->queue.flushAndWait(gles::id::eglMakeCurrent);
     return result;
 }
 
@@ -240,7 +249,7 @@ EGLContext deferred::createContext(EGLDisplay display, EGLConfig config, EGLCont
         return EGL_NO_CONTEXT;
     }
     try {
-        insertRenderContext(context, std::move(renderContext));
+        insertRenderContext(context, std::move(renderContext), share);
     } catch (const std::bad_alloc&) {
         hijack::eglDestroyContext(display, second);
         hijack::eglDestroyContext(display, context);

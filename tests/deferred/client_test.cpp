@@ -317,8 +317,8 @@ TEST_F(Client, GetsAnswerFromTheShadowWithoutADrain) {
     // Limits are read once, anything else every time: answers, then drains so far.
     auto drained = [&] { return GLint(drains() - before); };
     EXPECT_EQ((Ints{integer(0x8824), integer(0x8824), drained()}), (Ints{8, 8, 1}));
-    EXPECT_EQ((Ints{integer(0x0D33), integer(0x0D33), integer(0x0D05), drained()}),
-              (Ints{42, 42, 42, 4}));
+    EXPECT_EQ((Ints{integer(0x0D33), integer(0x0D33), integer(0x0D05), integer(0x0D05), drained()}),
+              (Ints{42, 42, 42, 42, 4}));
 
     // Attributes of the default array: size, integer, no buffer, divisor, pointer.
     float game[4] = {};
@@ -336,6 +336,180 @@ TEST_F(Client, GetsAnswerFromTheShadowWithoutADrain) {
     gl_deferred_glBindVertexArray(1);
     attrib(2, 0x8623);
     EXPECT_EQ(drains(), before + 2);
+}
+
+TEST_F(Client, BindingsAreAnsweredWhileCertainAndLearntByOneDrainWhenNot) {
+    // Whatever the driver is asked, it answers 42: what the shadow learns.
+    writeBack<GLint>("glGetIntegerv", 1, [](auto&) { return 42; });
+    fake::setReturn("glIsProgram", 1);
+    writeBack<GLint>("glGetProgramiv", 2, [](auto& c) { return c.args[0].bits == 5; });
+    gl_deferred_glLinkProgram(5);  // links
+    gl_deferred_glLinkProgram(6);  // does not
+    gl_deferred_glUseProgram(5);
+    gl_deferred_glBindFramebuffer(0x8D40, 3);
+    gl_deferred_glBindRenderbuffer(0x8D41, 4);
+    gl_deferred_glBindBuffer(ARRAY_BUFFER, 8);
+    auto before = drains();
+    const std::pair<GLenum, GLint> known[] = {
+        {0x8B8D, 5}, {0x8CA6, 3}, {0x8CA7, 4}, {0x8894, 8}, {0x8895, 0}};
+    for (auto [pname, value] : known) EXPECT_EQ(integer(pname), value) << std::hex << pname;
+    GLuint framebuffer = 3, renderbuffer = 4;
+    gl_deferred_glDeleteFramebuffers(1, &framebuffer);
+    gl_deferred_glDeleteRenderbuffers(1, &renderbuffer);
+    EXPECT_EQ((Ints{integer(0x8CA6), integer(0x8CA7)}), (Ints{0, 0})) << "deleted while bound";
+    EXPECT_EQ(drains(), before);
+
+    // Where the driver may refuse the call, its answer is asked once and kept.
+    struct Case {
+        const char* what;
+        std::function<void()> call;
+        GLenum pname;
+    };
+    const Case uncertain[] = {
+        {"a program that did not link", [] { gl_deferred_glUseProgram(6); }, 0x8B8D},
+        {"a switch during transform feedback",
+         [] {
+             gl_deferred_glBeginTransformFeedback(TRIANGLES);
+             gl_deferred_glUseProgram(0);
+         },
+         0x8B8D},
+        {"a target the context may lack", [] { gl_deferred_glBindFramebuffer(0x8CA9, 2); }, 0x8CA6},
+        {"a vertex array's element buffer", [] { gl_deferred_glBindVertexArray(9); }, 0x8895},
+    };
+    for (const Case& c : uncertain) {
+        c.call();
+        before = drains();
+        EXPECT_EQ(integer(c.pname), 42) << c.what;
+        EXPECT_EQ(drains(), before + 1) << c.what;
+    }
+    before = drains();
+    EXPECT_EQ((Ints{integer(0x8B8D), integer(0x8CA6)}), (Ints{42, 42})) << "learnt";
+    EXPECT_EQ(drains(), before);
+}
+
+TEST_F(Client, CapabilitiesAndBoxesFollowTheCallsThatCannotFail) {
+    // The driver fills every value it is asked for: 100 for the viewport limit.
+    fake::setHandler("glGetIntegerv", [](const fake::Call& c) -> std::uint64_t {
+        GLint value = c.args[0].bits == 0x0D3A ? 100 : 42;
+        std::fill(pointerArg<GLint>(c, 1), pointerArg<GLint>(c, 1) + 4, value);
+        return 0;
+    });
+    fake::setReturn("glIsEnabled", 1);
+    constexpr GLenum BLEND = 0x0BE2, DITHER = 0x0BD0, VIEWPORT = 0x0BA2, SCISSOR = 0x0C10;
+    auto box = [](GLenum pname) {
+        Ints values(4, 0);
+        gl_deferred_glGetIntegerv(pname, values.data());
+        return values;
+    };
+    auto before = drains();
+    EXPECT_EQ((Ints{gl_deferred_glIsEnabled(BLEND), gl_deferred_glIsEnabled(DITHER)}), (Ints{0, 1}))
+        << "GL's defaults";
+    gl_deferred_glEnable(BLEND);
+    EXPECT_EQ((Ints{gl_deferred_glIsEnabled(BLEND),
+                    fetch<GLboolean>(gl_deferred_glGetBooleanv, BLEND), integer(BLEND)}),
+              (Ints{1, 1, 1}));
+    gl_deferred_glScissor(1, 2, 3, 4);
+    gl_deferred_glScissor(0, 0, -1, 5);  // refused
+    EXPECT_EQ(box(SCISSOR), (Ints{1, 2, 3, 4}));
+    EXPECT_EQ(drains(), before);
+
+    // Unknown until a drain has learnt it: an indexed enable, a viewport
+    // beyond a limit not yet read, or beyond the limit.
+    gl_deferred_glDisable(BLEND);
+    gl_deferred_glEnablei(BLEND, 1);
+    EXPECT_EQ((Ints{gl_deferred_glIsEnabled(BLEND), gl_deferred_glIsEnabled(BLEND)}), (Ints{1, 1}));
+    EXPECT_EQ(drains(), before + 1);
+    gl_deferred_glViewport(0, 0, 50, 60);
+    EXPECT_EQ(box(VIEWPORT), (Ints{42, 42, 42, 42}));
+    EXPECT_EQ(box(0x0D3A), (Ints{100, 100, 0, 0}));
+    gl_deferred_glViewport(0, 0, 50, 60);
+    EXPECT_EQ(box(VIEWPORT), (Ints{0, 0, 50, 60}));
+    EXPECT_EQ(drains(), before + 3);
+    gl_deferred_glViewport(0, 0, 500, 60);  // clamped by the driver
+    EXPECT_EQ(box(VIEWPORT), (Ints{42, 42, 42, 42}));
+    EXPECT_EQ(drains(), before + 4);
+    gl_deferred_glScissorIndexedOES(0, 5, 6, 7, 8);  // index 0 is the plain box
+    EXPECT_EQ(drains(), before + 5);
+    EXPECT_EQ(box(SCISSOR), (Ints{42, 42, 42, 42}));
+    EXPECT_EQ(drains(), before + 6);
+}
+
+TEST_F(Client, ARefusedReadLeavesTheGameMemoryAloneAndIsAskedAgain) {
+    // The driver writes nothing, as for a pname that the context lacks.
+    auto before = drains();
+    EXPECT_EQ((Ints{integer(0x821B), integer(0x821B)}), (Ints{-1, -1}));
+    EXPECT_EQ(drains(), before + 2);
+}
+
+TEST_F(Client, BufferStoresAreAnsweredAndAWholeWriteOnlyMapIsOurs) {
+    unsigned char driverBuffer[64] = {};
+    fake::setReturn("glMapBufferRange", bitsOf(driverBuffer));
+    gl_deferred_glBindBuffer(ARRAY_BUFFER, 8);
+    gl_deferred_glBufferData(ARRAY_BUFFER, 64, nullptr, 0x88E8);
+    auto parameter = [](GLenum p) {
+        return fetch(gl_deferred_glGetBufferParameteriv, ARRAY_BUFFER, p);
+    };
+    auto before = drains();
+    EXPECT_EQ((Ints{parameter(0x8764), parameter(0x8765)}), (Ints{64, 0x88E8})) << "size, usage";
+    auto* block = static_cast<unsigned char*>(gl_deferred_glMapBufferOES(ARRAY_BUFFER, 0x88B9));
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ((Ints{parameter(0x88BB), parameter(0x88BC)}), (Ints{0x88B9, 1})) << "access, mapped";
+    EXPECT_EQ(fetch<void*>(gl_deferred_glGetBufferPointervOES, ARRAY_BUFFER, 0x88BD), block);
+    std::iota(block, block + 64, static_cast<unsigned char>(1));
+    EXPECT_EQ(gl_deferred_glUnmapBufferOES(ARRAY_BUFFER), 1);
+    EXPECT_EQ(drains(), before);
+    gl_deferred_glFinish();
+    EXPECT_EQ(callsWith("glMapBufferRange", {1, 2, 3}), (Seen{{"worker", {0, 64, MAP_WRITE}}}));
+    EXPECT_EQ((Bits{driverBuffer[0], driverBuffer[63]}), (Bits{1, 64}));
+
+    // Stores that the driver may have refused, or made where this context cannot
+    // see, are the driver's to tell: the size drains, the map is the driver's.
+    struct Case {
+        const char* what;
+        std::function<void()> call;
+    };
+    const Case unknown[] = {
+        {"a usage an ES 2 context refuses",
+         [] { gl_deferred_glBufferData(ARRAY_BUFFER, 64, nullptr, 0x88E1); }},
+        {"immutable storage",
+         [] {
+             gl_deferred_glBufferStorageEXT(ARRAY_BUFFER, 64, nullptr, 0);
+             gl_deferred_glBufferData(ARRAY_BUFFER, 32, nullptr, 0x88E8);
+         }},
+        {"a deleted buffer",
+         [] {
+             GLuint buffer = 8;
+             gl_deferred_glBufferData(ARRAY_BUFFER, 64, nullptr, 0x88E8);
+             gl_deferred_glDeleteBuffers(1, &buffer);
+             gl_deferred_glBindBuffer(ARRAY_BUFFER, 8);
+         }},
+        {"objects shared with another context",
+         [this] {
+             executor().objectsShared = true;
+             gl_deferred_glBufferData(ARRAY_BUFFER, 64, nullptr, 0x88E8);
+         }},
+    };
+    for (const Case& c : unknown) {
+        c.call();
+        before = drains();
+        parameter(0x8764);
+        gl_deferred_glMapBufferOES(ARRAY_BUFFER, 0x88B9);
+        EXPECT_EQ(drains(), before + 2) << c.what;
+    }
+}
+
+TEST_F(Client, DrainsAreCountedUnderTheCallThatAskedForThem) {
+    const auto& by = executor().queue.stats().drainsBy;
+    auto count = [&](std::uint32_t cause) { return by[cause]; };
+    Ints before{GLint(count(gles::id::glGetError)), GLint(count(gles::id::glGetIntegerv)),
+                GLint(count(core::JobQueue::DRAIN_BY_LAYER))};
+    gl_deferred_glGetError();
+    gl_deferred_glGetError();
+    integer(0x0D05);
+    executor().queue.flushAndWait();
+    EXPECT_EQ((Ints{GLint(count(gles::id::glGetError)), GLint(count(gles::id::glGetIntegerv)),
+                    GLint(count(core::JobQueue::DRAIN_BY_LAYER))}),
+              (Ints{before[0] + 2, before[1] + 1, before[2] + 1}));
 }
 
 TEST_F(Client, DrawBuffersLearnsTheLimitOnceAndThenCopies) {

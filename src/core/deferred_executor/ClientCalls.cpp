@@ -33,10 +33,10 @@ void plainDraw(Executor* executor, A... args) {
 // A draw whose client ranges are unknown: the game's own pointers are applied
 // on the worker, and the game waits, which keeps its memory valid meanwhile.
 template <typename Record>
-void liveDraw(Executor* executor, ClientGLHandler& handler, Record record) {
+void liveDraw(Executor* executor, std::uint32_t cause, ClientGLHandler& handler, Record record) {
     handler.recordLiveApply();
     record();
-    executor->queue.flushAndWait();
+    executor->queue.flushAndWait(cause);
 }
 
 // The copied arrays start at the draw's first element.
@@ -83,9 +83,9 @@ void drawInstancedBaseVertexCopied(const ClientDrawArgs& a) {
 }
 
 template <typename Record>
-void drawArraysFamily(Executor* executor, void (*copied)(const ClientDrawArgs&), GLenum mode,
-                      GLint first, GLsizei count, GLsizei instanceCount, bool instanced,
-                      Record record) {
+void drawArraysFamily(Executor* executor, std::uint32_t cause,
+                      void (*copied)(const ClientDrawArgs&), GLenum mode, GLint first,
+                      GLsizei count, GLsizei instanceCount, bool instanced, Record record) {
     ClientGLHandler& handler = client(executor);
     if (!handler.isClientDraw()) {
         executor->submitEarly();
@@ -95,7 +95,7 @@ void drawArraysFamily(Executor* executor, void (*copied)(const ClientDrawArgs&),
     }
     if (count < 1 || (instanced && instanceCount < 1)) return;
     // Elements before the array are not ours to read; the driver refuses it.
-    if (first < 0) return liveDraw(executor, handler, record);
+    if (first < 0) return liveDraw(executor, cause, handler, record);
     ClientDrawArgs args{copied,
                         handler.copyClientArrays(first, count, instanceCount),
                         handler.binding(ARRAY_BUFFER),
@@ -123,7 +123,7 @@ struct Elements {
 
 // record(indices) records the driver's own call with the indices given.
 template <typename Record>
-void drawElementsFamily(Executor* executor, const Elements& e,
+void drawElementsFamily(Executor* executor, std::uint32_t cause, const Elements& e,
                         void (*copied)(const ClientDrawArgs&), Record record) {
     if (e.count < 1) return;
     ClientGLHandler& handler = client(executor);
@@ -137,7 +137,7 @@ void drawElementsFamily(Executor* executor, const Elements& e,
             return;
         }
         // Indices in a buffer: the range they reach is unknown here.
-        return liveDraw(executor, handler, [&] { record(e.indices); });
+        return liveDraw(executor, cause, handler, [&] { record(e.indices); });
     }
     if (!isClient) {
         record(handler.copyIndices(e.count, e.type, e.indices));
@@ -148,7 +148,7 @@ void drawElementsFamily(Executor* executor, const Elements& e,
     long long largest = e.ranged ? e.end : handler.largestIndex(e.count, e.type, e.indices);
     long long vertices = largest + e.basevertex + 1;
     if (e.basevertex < 0 || vertices > std::numeric_limits<GLsizei>::max())
-        return liveDraw(executor, handler, [&] { record(e.indices); });
+        return liveDraw(executor, cause, handler, [&] { record(e.indices); });
     ClientGLHandler::ClientDrawState* state =
         handler.copyClientArrays(e.basevertex, static_cast<GLsizei>(vertices), e.instanceCount);
     state->indexCount = e.count;
@@ -162,9 +162,9 @@ void drawElementsFamily(Executor* executor, const Elements& e,
 // Draws that take no copy: client arrays are applied live and waited for;
 // otherwise an indexed draw from a buffer counts, and any other waits.
 template <typename Record>
-void drawWaitingFamily(Executor* executor, Record record) {
+void drawWaitingFamily(Executor* executor, std::uint32_t cause, Record record) {
     ClientGLHandler& handler = client(executor);
-    if (handler.isClientDraw()) return liveDraw(executor, handler, record);
+    if (handler.isClientDraw()) return liveDraw(executor, cause, handler, record);
     if (handler.binding(ELEMENT_ARRAY_BUFFER) != 0) {
         executor->submitEarly();
         record();
@@ -172,16 +172,16 @@ void drawWaitingFamily(Executor* executor, Record record) {
         return;
     }
     record();
-    executor->queue.flushAndWait();
+    executor->queue.flushAndWait(cause);
 }
 
 // Multi-draws read arrays of counts and pointers of the game's: always waited for.
 template <typename Record>
-void multiDraw(Executor* executor, Record record) {
+void multiDraw(Executor* executor, std::uint32_t cause, Record record) {
     ClientGLHandler& handler = client(executor);
     if (handler.isClientDraw()) handler.recordLiveApply();
     record();
-    executor->queue.flushAndWait();
+    executor->queue.flushAndWait(cause);
 }
 
 }  // namespace
@@ -274,10 +274,174 @@ void glVertexAttribIPointer(Executor* executor, GLuint index, GLint size, GLenum
     recordCall<hijack::glVertexAttribIPointer>(executor->queue, index, size, type, stride, pointer);
 }
 
+namespace {
+// Indexed enables: the plain query of the capability answers index 0.
+template <auto& Slot>
+void enableIndexed(Executor* executor, GLenum target, GLuint index) {
+    client(executor).forgetCapability(target);
+    recordCall<Slot>(executor->queue, target, index);
+}
+}  // namespace
+
+void glEnablei(Executor* executor, GLenum target, GLuint index) {
+    enableIndexed<hijack::glEnablei>(executor, target, index);
+}
+
+void glDisablei(Executor* executor, GLenum target, GLuint index) {
+    enableIndexed<hijack::glDisablei>(executor, target, index);
+}
+
+void glEnableiOES(Executor* executor, GLenum target, GLuint index) {
+    enableIndexed<hijack::glEnableiOES>(executor, target, index);
+}
+
+void glDisableiOES(Executor* executor, GLenum target, GLuint index) {
+    enableIndexed<hijack::glDisableiOES>(executor, target, index);
+}
+
+void glEnableiEXT(Executor* executor, GLenum target, GLuint index) {
+    enableIndexed<hijack::glEnableiEXT>(executor, target, index);
+}
+
+void glDisableiEXT(Executor* executor, GLenum target, GLuint index) {
+    enableIndexed<hijack::glDisableiEXT>(executor, target, index);
+}
+
+GLboolean glIsEnabled(Executor* executor, GLenum cap) {
+    bool on;
+    if (client(executor).isEnabled(cap, on)) return on;
+    return syncCall<hijack::glIsEnabled>(executor->queue, gles::id::glIsEnabled, cap);
+}
+
+void glGetBooleanv(Executor* executor, GLenum pname, GLboolean* data) {
+    bool on;
+    if (data && client(executor).isEnabled(pname, on)) {
+        *data = on;
+        return;
+    }
+    syncCall<hijack::glGetBooleanv>(executor->queue, gles::id::glGetBooleanv, pname, data);
+}
+
+void glViewport(Executor* executor, GLint x, GLint y, GLsizei width, GLsizei height) {
+    client(executor).viewport(x, y, width, height);
+    recordCall<hijack::glViewport>(executor->queue, x, y, width, height);
+}
+
+void glScissor(Executor* executor, GLint x, GLint y, GLsizei width, GLsizei height) {
+    client(executor).scissor(x, y, width, height);
+    recordCall<hijack::glScissor>(executor->queue, x, y, width, height);
+}
+
+void glUseProgram(Executor* executor, GLuint program) {
+    client(executor).useProgram(program);
+    recordCall<hijack::glUseProgram>(executor->queue, program);
+}
+
+namespace {
+struct LinkArgs {
+    GLuint program;
+    GLint* linked;
+};
+}  // namespace
+
+// The link waits as it always has; its result, read in the same job, tells
+// the shadow whether a later glUseProgram of the program can fail.
+void glLinkProgram(Executor* executor, GLuint program) {
+    GLint linked = 0;
+    executor->queue.record(
+        +[](void* args) {
+            auto* a = static_cast<LinkArgs*>(args);
+            hijack::glLinkProgram(a->program);
+            // Only a program can be asked, or the driver raises a second error.
+            if (hijack::glIsProgram(a->program))
+                hijack::glGetProgramiv(a->program, 0x8B82 /* GL_LINK_STATUS */, a->linked);
+        },
+        LinkArgs{program, &linked});
+    executor->queue.flushAndWait(gles::id::glLinkProgram);
+    client(executor).programLinked(program, linked != 0);
+}
+
+void glDeleteProgram(Executor* executor, GLuint program) {
+    client(executor).forgetProgram(program);
+    recordCall<hijack::glDeleteProgram>(executor->queue, program);
+}
+
+void glProgramBinary(Executor* executor, GLuint program, GLenum binaryFormat, const void* binary,
+                     GLsizei length) {
+    client(executor).forgetProgram(program);
+    recordCall<hijack::glProgramBinary>(executor->queue, program, binaryFormat,
+                                        core::copySized(*executor->frameData, binary, length),
+                                        length);
+}
+
+// Runs at once, as before; only the shadow hears of it.
+void glProgramBinaryOES(Executor* executor, GLuint program, GLenum binaryFormat, const void* binary,
+                        GLint length) {
+    client(executor).forgetProgram(program);
+    hijack::glProgramBinaryOES(program, binaryFormat, binary, length);
+}
+
+void glBindFramebuffer(Executor* executor, GLenum target, GLuint framebuffer) {
+    client(executor).bindFramebuffer(target, framebuffer);
+    recordCall<hijack::glBindFramebuffer>(executor->queue, target, framebuffer);
+}
+
+void glBindRenderbuffer(Executor* executor, GLenum target, GLuint renderbuffer) {
+    client(executor).bindRenderbuffer(target, renderbuffer);
+    recordCall<hijack::glBindRenderbuffer>(executor->queue, target, renderbuffer);
+}
+
+void glDeleteFramebuffers(Executor* executor, GLsizei n, const GLuint* framebuffers) {
+    client(executor).deleteFramebuffers(n, framebuffers);
+    recordCall<hijack::glDeleteFramebuffers>(
+        executor->queue, n, core::copyArray(*executor->frameData, framebuffers, n, sizeof(GLuint)));
+}
+
+void glDeleteRenderbuffers(Executor* executor, GLsizei n, const GLuint* renderbuffers) {
+    client(executor).deleteRenderbuffers(n, renderbuffers);
+    recordCall<hijack::glDeleteRenderbuffers>(
+        executor->queue, n,
+        core::copyArray(*executor->frameData, renderbuffers, n, sizeof(GLuint)));
+}
+
+void glBeginTransformFeedback(Executor* executor, GLenum primitiveMode) {
+    client(executor).transformFeedback(true);
+    recordCall<hijack::glBeginTransformFeedback>(executor->queue, primitiveMode);
+}
+
+void glEndTransformFeedback(Executor* executor) {
+    client(executor).transformFeedback(false);
+    recordCall<hijack::glEndTransformFeedback>(executor->queue);
+}
+
+void glBufferData(Executor* executor, GLenum target, GLsizeiptr size, const void* data,
+                  GLenum usage) {
+    client(executor).bufferData(target, size, usage);
+    recordCall<hijack::glBufferData>(executor->queue, target, size,
+                                     core::copySized(*executor->frameData, data, size), usage);
+}
+
+void glBufferStorageEXT(Executor* executor, GLenum target, GLsizeiptr size, const void* data,
+                        GLbitfield flags) {
+    client(executor).bufferStorage(target);
+    recordCall<hijack::glBufferStorageEXT>(
+        executor->queue, target, size, core::copySized(*executor->frameData, data, size), flags);
+}
+
+void* glMapBufferOES(Executor* executor, GLenum target, GLenum access) {
+    if (void* shadow = client(executor).mapWholeForWrite(target, access)) return shadow;
+    return syncCall<hijack::glMapBufferOES>(executor->queue, gles::id::glMapBufferOES, target,
+                                            access);
+}
+
+void forgetState(Executor* executor, GLenum pname) {
+    client(executor).forgetState(pname);
+}
+
 void glGetIntegerv(Executor* executor, GLenum pname, GLint* data) {
     if (!data) return;
     if (client(executor).getIntegerv(pname, data)) return;
-    syncCall<hijack::glGetIntegerv>(executor->queue, pname, data);
+    syncCall<hijack::glGetIntegerv>(executor->queue, gles::id::glGetIntegerv, pname, data);
 }
 
 GLboolean glIsVertexArray(Executor* executor, GLuint array) {
@@ -287,36 +451,41 @@ GLboolean glIsVertexArray(Executor* executor, GLuint array) {
 namespace {
 // The four attribute queries differ only in the type they write: one shadow
 // answer, else the driver after a drain.
-template <auto& Slot, typename T>
+template <auto& Slot, std::uint32_t Cause, typename T>
 void getVertexAttrib(Executor* executor, GLuint index, GLenum pname, T* params) {
     GLint value;
     if (params && client(executor).vertexAttrib(index, pname, value)) {
         *params = static_cast<T>(value);
         return;
     }
-    syncCall<Slot>(executor->queue, index, pname, params);
+    syncCall<Slot>(executor->queue, Cause, index, pname, params);
 }
 }  // namespace
 
 void glGetVertexAttribiv(Executor* executor, GLuint index, GLenum pname, GLint* params) {
-    getVertexAttrib<hijack::glGetVertexAttribiv>(executor, index, pname, params);
+    getVertexAttrib<hijack::glGetVertexAttribiv, gles::id::glGetVertexAttribiv>(executor, index,
+                                                                                pname, params);
 }
 
 void glGetVertexAttribfv(Executor* executor, GLuint index, GLenum pname, GLfloat* params) {
-    getVertexAttrib<hijack::glGetVertexAttribfv>(executor, index, pname, params);
+    getVertexAttrib<hijack::glGetVertexAttribfv, gles::id::glGetVertexAttribfv>(executor, index,
+                                                                                pname, params);
 }
 
 void glGetVertexAttribIiv(Executor* executor, GLuint index, GLenum pname, GLint* params) {
-    getVertexAttrib<hijack::glGetVertexAttribIiv>(executor, index, pname, params);
+    getVertexAttrib<hijack::glGetVertexAttribIiv, gles::id::glGetVertexAttribIiv>(executor, index,
+                                                                                  pname, params);
 }
 
 void glGetVertexAttribIuiv(Executor* executor, GLuint index, GLenum pname, GLuint* params) {
-    getVertexAttrib<hijack::glGetVertexAttribIuiv>(executor, index, pname, params);
+    getVertexAttrib<hijack::glGetVertexAttribIuiv, gles::id::glGetVertexAttribIuiv>(executor, index,
+                                                                                    pname, params);
 }
 
 void glGetVertexAttribPointerv(Executor* executor, GLuint index, GLenum pname, void** pointer) {
     if (pointer && client(executor).vertexAttribPointer(index, pname, pointer)) return;
-    syncCall<hijack::glGetVertexAttribPointerv>(executor->queue, index, pname, pointer);
+    syncCall<hijack::glGetVertexAttribPointerv>(
+        executor->queue, gles::id::glGetVertexAttribPointerv, index, pname, pointer);
 }
 
 void glGetBufferParameteriv(Executor* executor, GLenum target, GLenum pname, GLint* params) {
@@ -325,22 +494,26 @@ void glGetBufferParameteriv(Executor* executor, GLenum target, GLenum pname, GLi
         *params = static_cast<GLint>(value);
         return;
     }
-    syncCall<hijack::glGetBufferParameteriv>(executor->queue, target, pname, params);
+    syncCall<hijack::glGetBufferParameteriv>(executor->queue, gles::id::glGetBufferParameteriv,
+                                             target, pname, params);
 }
 
 void glGetBufferParameteri64v(Executor* executor, GLenum target, GLenum pname, GLint64* params) {
     if (params && client(executor).bufferParameter(target, pname, *params)) return;
-    syncCall<hijack::glGetBufferParameteri64v>(executor->queue, target, pname, params);
+    syncCall<hijack::glGetBufferParameteri64v>(executor->queue, gles::id::glGetBufferParameteri64v,
+                                               target, pname, params);
 }
 
 void glGetBufferPointerv(Executor* executor, GLenum target, GLenum pname, void** params) {
     if (params && client(executor).bufferPointer(target, pname, params)) return;
-    syncCall<hijack::glGetBufferPointerv>(executor->queue, target, pname, params);
+    syncCall<hijack::glGetBufferPointerv>(executor->queue, gles::id::glGetBufferPointerv, target,
+                                          pname, params);
 }
 
 void glGetBufferPointervOES(Executor* executor, GLenum target, GLenum pname, void** params) {
     if (params && client(executor).bufferPointer(target, pname, params)) return;
-    syncCall<hijack::glGetBufferPointervOES>(executor->queue, target, pname, params);
+    syncCall<hijack::glGetBufferPointervOES>(executor->queue, gles::id::glGetBufferPointervOES,
+                                             target, pname, params);
 }
 
 // Reads of a pixel-pack buffer that a read-back already holds are the
@@ -349,7 +522,8 @@ void* glMapBufferRange(Executor* executor, GLenum target, GLintptr offset, GLsiz
                        GLbitfield access) {
     if (void* shadow = client(executor).mapForWrite(target, offset, length, access)) return shadow;
     if (void* copy = client(executor).mapReadBack(target, offset, length, access)) return copy;
-    return syncCall<hijack::glMapBufferRange>(executor->queue, target, offset, length, access);
+    return syncCall<hijack::glMapBufferRange>(executor->queue, gles::id::glMapBufferRange, target,
+                                              offset, length, access);
 }
 
 // A write map of ours goes back whole at the unmap.
@@ -362,13 +536,13 @@ void glFlushMappedBufferRange(Executor* executor, GLenum target, GLintptr offset
 GLboolean glUnmapBuffer(Executor* executor, GLenum target) {
     if (client(executor).unmapReadBack(target)) return 1;
     if (client(executor).unmapWritten(target)) return 1;
-    return syncCall<hijack::glUnmapBuffer>(executor->queue, target);
+    return syncCall<hijack::glUnmapBuffer>(executor->queue, gles::id::glUnmapBuffer, target);
 }
 
 GLboolean glUnmapBufferOES(Executor* executor, GLenum target) {
     if (client(executor).unmapReadBack(target)) return 1;
     if (client(executor).unmapWritten(target)) return 1;
-    return syncCall<hijack::glUnmapBufferOES>(executor->queue, target);
+    return syncCall<hijack::glUnmapBufferOES>(executor->queue, gles::id::glUnmapBufferOES, target);
 }
 
 void glDrawBuffers(Executor* executor, GLsizei n, const GLenum* bufs) {
@@ -376,15 +550,15 @@ void glDrawBuffers(Executor* executor, GLsizei n, const GLenum* bufs) {
 }
 
 void glDrawArrays(Executor* executor, GLenum mode, GLint first, GLsizei count) {
-    drawArraysFamily(executor, &drawArraysCopied, mode, first, count, 0, false, [&] {
-        recordCall<hijack::glDrawArrays>(executor->queue, mode, first, count);
-    });
+    drawArraysFamily(
+        executor, gles::id::glDrawArrays, &drawArraysCopied, mode, first, count, 0, false,
+        [&] { recordCall<hijack::glDrawArrays>(executor->queue, mode, first, count); });
 }
 
 void glDrawArraysInstanced(Executor* executor, GLenum mode, GLint first, GLsizei count,
                            GLsizei instancecount) {
-    drawArraysFamily(executor, &drawArraysInstancedCopied, mode, first, count, instancecount, true,
-                     [&] {
+    drawArraysFamily(executor, gles::id::glDrawArraysInstanced, &drawArraysInstancedCopied, mode,
+                     first, count, instancecount, true, [&] {
                          recordCall<hijack::glDrawArraysInstanced>(executor->queue, mode, first,
                                                                    count, instancecount);
                      });
@@ -392,7 +566,8 @@ void glDrawArraysInstanced(Executor* executor, GLenum mode, GLint first, GLsizei
 
 void glDrawElements(Executor* executor, GLenum mode, GLsizei count, GLenum type,
                     const void* indices) {
-    drawElementsFamily(executor, Elements{mode, count, type, indices, 0, false, 0, false, 0, 0},
+    drawElementsFamily(executor, gles::id::glDrawElements,
+                       Elements{mode, count, type, indices, 0, false, 0, false, 0, 0},
                        &drawElementsCopied, [&](const void* i) {
                            recordCall<hijack::glDrawElements>(executor->queue, mode, count, type,
                                                               i);
@@ -401,7 +576,7 @@ void glDrawElements(Executor* executor, GLenum mode, GLsizei count, GLenum type,
 
 void glDrawRangeElements(Executor* executor, GLenum mode, GLuint start, GLuint end, GLsizei count,
                          GLenum type, const void* indices) {
-    drawElementsFamily(executor,
+    drawElementsFamily(executor, gles::id::glDrawRangeElements,
                        Elements{mode, count, type, indices, 0, false, 0, true, start, end},
                        &drawRangeElementsCopied, [&](const void* i) {
                            recordCall<hijack::glDrawRangeElements>(executor->queue, mode, start,
@@ -411,7 +586,7 @@ void glDrawRangeElements(Executor* executor, GLenum mode, GLuint start, GLuint e
 
 void glDrawElementsInstanced(Executor* executor, GLenum mode, GLsizei count, GLenum type,
                              const void* indices, GLsizei instancecount) {
-    drawElementsFamily(executor,
+    drawElementsFamily(executor, gles::id::glDrawElementsInstanced,
                        Elements{mode, count, type, indices, instancecount, true, 0, false, 0, 0},
                        &drawElementsInstancedCopied, [&](const void* i) {
                            recordCall<hijack::glDrawElementsInstanced>(executor->queue, mode, count,
@@ -421,33 +596,34 @@ void glDrawElementsInstanced(Executor* executor, GLenum mode, GLsizei count, GLe
 
 namespace {
 
-template <auto& Slot>
+template <auto& Slot, std::uint32_t Cause>
 void baseVertex(Executor* executor, GLenum mode, GLsizei count, GLenum type, const void* indices,
                 GLint basevertex) {
-    drawElementsFamily(executor,
+    drawElementsFamily(executor, Cause,
                        Elements{mode, count, type, indices, 0, false, basevertex, false, 0, 0},
                        &drawBaseVertexCopied<Slot>, [&](const void* i) {
                            recordCall<Slot>(executor->queue, mode, count, type, i, basevertex);
                        });
 }
 
-template <auto& Slot>
+template <auto& Slot, std::uint32_t Cause>
 void rangeBaseVertex(Executor* executor, GLenum mode, GLuint start, GLuint end, GLsizei count,
                      GLenum type, const void* indices, GLint basevertex) {
-    drawElementsFamily(
-        executor, Elements{mode, count, type, indices, 0, false, basevertex, true, start, end},
-        &drawRangeBaseVertexCopied<Slot>, [&](const void* i) {
-            recordCall<Slot>(executor->queue, mode, start, end, count, type, i, basevertex);
-        });
+    drawElementsFamily(executor, Cause,
+                       Elements{mode, count, type, indices, 0, false, basevertex, true, start, end},
+                       &drawRangeBaseVertexCopied<Slot>, [&](const void* i) {
+                           recordCall<Slot>(executor->queue, mode, start, end, count, type, i,
+                                            basevertex);
+                       });
 }
 
 // Instances are counted in the copy too, or per-instance arrays would be cut
 // short.
-template <auto& Slot>
+template <auto& Slot, std::uint32_t Cause>
 void instancedBaseVertex(Executor* executor, GLenum mode, GLsizei count, GLenum type,
                          const void* indices, GLsizei instancecount, GLint basevertex) {
     drawElementsFamily(
-        executor,
+        executor, Cause,
         Elements{mode, count, type, indices, instancecount, true, basevertex, false, 0, 0},
         &drawInstancedBaseVertexCopied<Slot>, [&](const void* i) {
             recordCall<Slot>(executor->queue, mode, count, type, i, instancecount, basevertex);
@@ -458,60 +634,66 @@ void instancedBaseVertex(Executor* executor, GLenum mode, GLsizei count, GLenum 
 
 void glDrawElementsBaseVertex(Executor* executor, GLenum mode, GLsizei count, GLenum type,
                               const void* indices, GLint basevertex) {
-    baseVertex<hijack::glDrawElementsBaseVertex>(executor, mode, count, type, indices, basevertex);
+    baseVertex<hijack::glDrawElementsBaseVertex, gles::id::glDrawElementsBaseVertex>(
+        executor, mode, count, type, indices, basevertex);
 }
 
 void glDrawElementsBaseVertexOES(Executor* executor, GLenum mode, GLsizei count, GLenum type,
                                  const void* indices, GLint basevertex) {
-    baseVertex<hijack::glDrawElementsBaseVertexOES>(executor, mode, count, type, indices,
-                                                    basevertex);
+    baseVertex<hijack::glDrawElementsBaseVertexOES, gles::id::glDrawElementsBaseVertexOES>(
+        executor, mode, count, type, indices, basevertex);
 }
 
 void glDrawElementsBaseVertexEXT(Executor* executor, GLenum mode, GLsizei count, GLenum type,
                                  const void* indices, GLint basevertex) {
-    baseVertex<hijack::glDrawElementsBaseVertexEXT>(executor, mode, count, type, indices,
-                                                    basevertex);
+    baseVertex<hijack::glDrawElementsBaseVertexEXT, gles::id::glDrawElementsBaseVertexEXT>(
+        executor, mode, count, type, indices, basevertex);
 }
 
 void glDrawRangeElementsBaseVertex(Executor* executor, GLenum mode, GLuint start, GLuint end,
                                    GLsizei count, GLenum type, const void* indices,
                                    GLint basevertex) {
-    rangeBaseVertex<hijack::glDrawRangeElementsBaseVertex>(executor, mode, start, end, count, type,
-                                                           indices, basevertex);
+    rangeBaseVertex<hijack::glDrawRangeElementsBaseVertex, gles::id::glDrawRangeElementsBaseVertex>(
+        executor, mode, start, end, count, type, indices, basevertex);
 }
 
 void glDrawRangeElementsBaseVertexOES(Executor* executor, GLenum mode, GLuint start, GLuint end,
                                       GLsizei count, GLenum type, const void* indices,
                                       GLint basevertex) {
-    rangeBaseVertex<hijack::glDrawRangeElementsBaseVertexOES>(executor, mode, start, end, count,
-                                                              type, indices, basevertex);
+    rangeBaseVertex<hijack::glDrawRangeElementsBaseVertexOES,
+                    gles::id::glDrawRangeElementsBaseVertexOES>(executor, mode, start, end, count,
+                                                                type, indices, basevertex);
 }
 
 void glDrawRangeElementsBaseVertexEXT(Executor* executor, GLenum mode, GLuint start, GLuint end,
                                       GLsizei count, GLenum type, const void* indices,
                                       GLint basevertex) {
-    rangeBaseVertex<hijack::glDrawRangeElementsBaseVertexEXT>(executor, mode, start, end, count,
-                                                              type, indices, basevertex);
+    rangeBaseVertex<hijack::glDrawRangeElementsBaseVertexEXT,
+                    gles::id::glDrawRangeElementsBaseVertexEXT>(executor, mode, start, end, count,
+                                                                type, indices, basevertex);
 }
 
 void glDrawElementsInstancedBaseVertex(Executor* executor, GLenum mode, GLsizei count, GLenum type,
                                        const void* indices, GLsizei instancecount,
                                        GLint basevertex) {
-    instancedBaseVertex<hijack::glDrawElementsInstancedBaseVertex>(
+    instancedBaseVertex<hijack::glDrawElementsInstancedBaseVertex,
+                        gles::id::glDrawElementsInstancedBaseVertex>(
         executor, mode, count, type, indices, instancecount, basevertex);
 }
 
 void glDrawElementsInstancedBaseVertexOES(Executor* executor, GLenum mode, GLsizei count,
                                           GLenum type, const void* indices, GLsizei instancecount,
                                           GLint basevertex) {
-    instancedBaseVertex<hijack::glDrawElementsInstancedBaseVertexOES>(
+    instancedBaseVertex<hijack::glDrawElementsInstancedBaseVertexOES,
+                        gles::id::glDrawElementsInstancedBaseVertexOES>(
         executor, mode, count, type, indices, instancecount, basevertex);
 }
 
 void glDrawElementsInstancedBaseVertexEXT(Executor* executor, GLenum mode, GLsizei count,
                                           GLenum type, const void* indices, GLsizei instancecount,
                                           GLint basevertex) {
-    instancedBaseVertex<hijack::glDrawElementsInstancedBaseVertexEXT>(
+    instancedBaseVertex<hijack::glDrawElementsInstancedBaseVertexEXT,
+                        gles::id::glDrawElementsInstancedBaseVertexEXT>(
         executor, mode, count, type, indices, instancecount, basevertex);
 }
 
@@ -525,14 +707,14 @@ void glDrawElementsIndirect(Executor* executor, GLenum mode, GLenum type, const 
 
 void glMultiDrawArraysEXT(Executor* executor, GLenum mode, const GLint* first, const GLsizei* count,
                           GLsizei primcount) {
-    multiDraw(executor, [&] {
+    multiDraw(executor, gles::id::glMultiDrawArraysEXT, [&] {
         recordCall<hijack::glMultiDrawArraysEXT>(executor->queue, mode, first, count, primcount);
     });
 }
 
 void glMultiDrawElementsEXT(Executor* executor, GLenum mode, const GLsizei* count, GLenum type,
                             const void* const* indices, GLsizei primcount) {
-    multiDraw(executor, [&] {
+    multiDraw(executor, gles::id::glMultiDrawElementsEXT, [&] {
         recordCall<hijack::glMultiDrawElementsEXT>(executor->queue, mode, count, type, indices,
                                                    primcount);
     });
@@ -540,7 +722,7 @@ void glMultiDrawElementsEXT(Executor* executor, GLenum mode, const GLsizei* coun
 
 void glMultiDrawArraysIndirectEXT(Executor* executor, GLenum mode, const void* indirect,
                                   GLsizei drawcount, GLsizei stride) {
-    multiDraw(executor, [&] {
+    multiDraw(executor, gles::id::glMultiDrawArraysIndirectEXT, [&] {
         recordCall<hijack::glMultiDrawArraysIndirectEXT>(executor->queue, mode, indirect, drawcount,
                                                          stride);
     });
@@ -548,7 +730,7 @@ void glMultiDrawArraysIndirectEXT(Executor* executor, GLenum mode, const void* i
 
 void glMultiDrawElementsIndirectEXT(Executor* executor, GLenum mode, GLenum type,
                                     const void* indirect, GLsizei drawcount, GLsizei stride) {
-    multiDraw(executor, [&] {
+    multiDraw(executor, gles::id::glMultiDrawElementsIndirectEXT, [&] {
         recordCall<hijack::glMultiDrawElementsIndirectEXT>(executor->queue, mode, type, indirect,
                                                            drawcount, stride);
     });
@@ -557,7 +739,7 @@ void glMultiDrawElementsIndirectEXT(Executor* executor, GLenum mode, GLenum type
 void glMultiDrawElementsBaseVertexEXT(Executor* executor, GLenum mode, const GLsizei* count,
                                       GLenum type, const void* const* indices, GLsizei drawcount,
                                       const GLint* basevertex) {
-    multiDraw(executor, [&] {
+    multiDraw(executor, gles::id::glMultiDrawElementsBaseVertexEXT, [&] {
         recordCall<hijack::glMultiDrawElementsBaseVertexEXT>(executor->queue, mode, count, type,
                                                              indices, drawcount, basevertex);
     });
@@ -566,7 +748,7 @@ void glMultiDrawElementsBaseVertexEXT(Executor* executor, GLenum mode, const GLs
 void glMultiDrawElementsBaseVertexOES(Executor* executor, GLenum mode, const GLsizei* count,
                                       GLenum type, const void* const* indices, GLsizei drawcount,
                                       const GLint* basevertex) {
-    multiDraw(executor, [&] {
+    multiDraw(executor, gles::id::glMultiDrawElementsBaseVertexOES, [&] {
         recordCall<hijack::glMultiDrawElementsBaseVertexOES>(executor->queue, mode, count, type,
                                                              indices, drawcount, basevertex);
     });
@@ -574,7 +756,7 @@ void glMultiDrawElementsBaseVertexOES(Executor* executor, GLenum mode, const GLs
 
 void glDrawArraysInstancedANGLE(Executor* executor, GLenum mode, GLint first, GLsizei count,
                                 GLsizei primcount) {
-    drawWaitingFamily(executor, [&] {
+    drawWaitingFamily(executor, gles::id::glDrawArraysInstancedANGLE, [&] {
         recordCall<hijack::glDrawArraysInstancedANGLE>(executor->queue, mode, first, count,
                                                        primcount);
     });
@@ -582,7 +764,7 @@ void glDrawArraysInstancedANGLE(Executor* executor, GLenum mode, GLint first, GL
 
 void glDrawElementsInstancedANGLE(Executor* executor, GLenum mode, GLsizei count, GLenum type,
                                   const void* indices, GLsizei primcount) {
-    drawWaitingFamily(executor, [&] {
+    drawWaitingFamily(executor, gles::id::glDrawElementsInstancedANGLE, [&] {
         recordCall<hijack::glDrawElementsInstancedANGLE>(executor->queue, mode, count, type,
                                                          indices, primcount);
     });
@@ -590,7 +772,7 @@ void glDrawElementsInstancedANGLE(Executor* executor, GLenum mode, GLsizei count
 
 void glDrawArraysInstancedEXT(Executor* executor, GLenum mode, GLint start, GLsizei count,
                               GLsizei primcount) {
-    drawWaitingFamily(executor, [&] {
+    drawWaitingFamily(executor, gles::id::glDrawArraysInstancedEXT, [&] {
         recordCall<hijack::glDrawArraysInstancedEXT>(executor->queue, mode, start, count,
                                                      primcount);
     });
@@ -598,7 +780,7 @@ void glDrawArraysInstancedEXT(Executor* executor, GLenum mode, GLint start, GLsi
 
 void glDrawElementsInstancedEXT(Executor* executor, GLenum mode, GLsizei count, GLenum type,
                                 const void* indices, GLsizei primcount) {
-    drawWaitingFamily(executor, [&] {
+    drawWaitingFamily(executor, gles::id::glDrawElementsInstancedEXT, [&] {
         recordCall<hijack::glDrawElementsInstancedEXT>(executor->queue, mode, count, type, indices,
                                                        primcount);
     });
@@ -606,14 +788,14 @@ void glDrawElementsInstancedEXT(Executor* executor, GLenum mode, GLsizei count, 
 
 void glDrawArraysInstancedNV(Executor* executor, GLenum mode, GLint first, GLsizei count,
                              GLsizei primcount) {
-    drawWaitingFamily(executor, [&] {
+    drawWaitingFamily(executor, gles::id::glDrawArraysInstancedNV, [&] {
         recordCall<hijack::glDrawArraysInstancedNV>(executor->queue, mode, first, count, primcount);
     });
 }
 
 void glDrawElementsInstancedNV(Executor* executor, GLenum mode, GLsizei count, GLenum type,
                                const void* indices, GLsizei primcount) {
-    drawWaitingFamily(executor, [&] {
+    drawWaitingFamily(executor, gles::id::glDrawElementsInstancedNV, [&] {
         recordCall<hijack::glDrawElementsInstancedNV>(executor->queue, mode, count, type, indices,
                                                       primcount);
     });
@@ -622,7 +804,7 @@ void glDrawElementsInstancedNV(Executor* executor, GLenum mode, GLsizei count, G
 void glDrawArraysInstancedBaseInstanceEXT(Executor* executor, GLenum mode, GLint first,
                                           GLsizei count, GLsizei instancecount,
                                           GLuint baseinstance) {
-    drawWaitingFamily(executor, [&] {
+    drawWaitingFamily(executor, gles::id::glDrawArraysInstancedBaseInstanceEXT, [&] {
         recordCall<hijack::glDrawArraysInstancedBaseInstanceEXT>(
             executor->queue, mode, first, count, instancecount, baseinstance);
     });
@@ -631,7 +813,7 @@ void glDrawArraysInstancedBaseInstanceEXT(Executor* executor, GLenum mode, GLint
 void glDrawElementsInstancedBaseInstanceEXT(Executor* executor, GLenum mode, GLsizei count,
                                             GLenum type, const void* indices, GLsizei instancecount,
                                             GLuint baseinstance) {
-    drawWaitingFamily(executor, [&] {
+    drawWaitingFamily(executor, gles::id::glDrawElementsInstancedBaseInstanceEXT, [&] {
         recordCall<hijack::glDrawElementsInstancedBaseInstanceEXT>(
             executor->queue, mode, count, type, indices, instancecount, baseinstance);
     });
@@ -641,21 +823,21 @@ void glDrawElementsInstancedBaseVertexBaseInstanceEXT(Executor* executor, GLenum
                                                       GLsizei count, GLenum type,
                                                       const void* indices, GLsizei instancecount,
                                                       GLint basevertex, GLuint baseinstance) {
-    drawWaitingFamily(executor, [&] {
+    drawWaitingFamily(executor, gles::id::glDrawElementsInstancedBaseVertexBaseInstanceEXT, [&] {
         recordCall<hijack::glDrawElementsInstancedBaseVertexBaseInstanceEXT>(
             executor->queue, mode, count, type, indices, instancecount, basevertex, baseinstance);
     });
 }
 
 void glDrawTransformFeedbackEXT(Executor* executor, GLenum mode, GLuint id) {
-    drawWaitingFamily(executor, [&] {
+    drawWaitingFamily(executor, gles::id::glDrawTransformFeedbackEXT, [&] {
         recordCall<hijack::glDrawTransformFeedbackEXT>(executor->queue, mode, id);
     });
 }
 
 void glDrawTransformFeedbackInstancedEXT(Executor* executor, GLenum mode, GLuint id,
                                          GLsizei instancecount) {
-    drawWaitingFamily(executor, [&] {
+    drawWaitingFamily(executor, gles::id::glDrawTransformFeedbackInstancedEXT, [&] {
         recordCall<hijack::glDrawTransformFeedbackInstancedEXT>(executor->queue, mode, id,
                                                                 instancecount);
     });

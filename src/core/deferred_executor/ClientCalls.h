@@ -29,6 +29,39 @@ void glVertexAttribPointer(Executor* executor, GLuint index, GLint size, GLenum 
 void glVertexAttribIPointer(Executor* executor, GLuint index, GLint size, GLenum type,
                             GLsizei stride, const void* pointer);
 
+void glUseProgram(Executor* executor, GLuint program);
+void glLinkProgram(Executor* executor, GLuint program);
+void glDeleteProgram(Executor* executor, GLuint program);
+void glProgramBinary(Executor* executor, GLuint program, GLenum binaryFormat, const void* binary,
+                     GLsizei length);
+void glProgramBinaryOES(Executor* executor, GLuint program, GLenum binaryFormat, const void* binary,
+                        GLint length);
+void glBindFramebuffer(Executor* executor, GLenum target, GLuint framebuffer);
+void glBindRenderbuffer(Executor* executor, GLenum target, GLuint renderbuffer);
+void glDeleteFramebuffers(Executor* executor, GLsizei n, const GLuint* framebuffers);
+void glDeleteRenderbuffers(Executor* executor, GLsizei n, const GLuint* renderbuffers);
+void glBeginTransformFeedback(Executor* executor, GLenum primitiveMode);
+void glEndTransformFeedback(Executor* executor);
+void glBufferData(Executor* executor, GLenum target, GLsizeiptr size, const void* data,
+                  GLenum usage);
+void glBufferStorageEXT(Executor* executor, GLenum target, GLsizeiptr size, const void* data,
+                        GLbitfield flags);
+void* glMapBufferOES(Executor* executor, GLenum target, GLenum access);
+
+void glEnablei(Executor* executor, GLenum target, GLuint index);
+void glDisablei(Executor* executor, GLenum target, GLuint index);
+void glEnableiOES(Executor* executor, GLenum target, GLuint index);
+void glDisableiOES(Executor* executor, GLenum target, GLuint index);
+void glEnableiEXT(Executor* executor, GLenum target, GLuint index);
+void glDisableiEXT(Executor* executor, GLenum target, GLuint index);
+GLboolean glIsEnabled(Executor* executor, GLenum cap);
+void glGetBooleanv(Executor* executor, GLenum pname, GLboolean* data);
+void glViewport(Executor* executor, GLint x, GLint y, GLsizei width, GLsizei height);
+void glScissor(Executor* executor, GLint x, GLint y, GLsizei width, GLsizei height);
+
+// For the calls that change answered state in ways the shadow does not follow.
+void forgetState(Executor* executor, GLenum pname);
+
 void glGetIntegerv(Executor* executor, GLenum pname, GLint* data);
 GLboolean glIsVertexArray(Executor* executor, GLuint array);
 void glGetVertexAttribiv(Executor* executor, GLuint index, GLenum pname, GLint* params);

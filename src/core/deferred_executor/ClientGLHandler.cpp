@@ -1,6 +1,7 @@
 #include "core/deferred_executor/ClientGLHandler.h"
 
 #include <cstring>
+#include <iterator>
 #include <limits>
 
 #include "core/deferred_executor/CopyParams.h"
@@ -50,11 +51,104 @@ constexpr GLenum VERTEX_ATTRIB_ARRAY_BUFFER_BINDING = 0x889F;
 constexpr GLenum VERTEX_ATTRIB_ARRAY_INTEGER = 0x88FD;
 constexpr GLenum VERTEX_ATTRIB_ARRAY_DIVISOR = 0x88FE;
 
+constexpr GLenum CURRENT_PROGRAM = 0x8B8D;
+constexpr GLenum FRAMEBUFFER = 0x8D40;
+constexpr GLenum READ_FRAMEBUFFER = 0x8CA8;
+constexpr GLenum DRAW_FRAMEBUFFER = 0x8CA9;
+constexpr GLenum RENDERBUFFER = 0x8D41;
+constexpr GLenum DRAW_FRAMEBUFFER_BINDING = 0x8CA6;
+constexpr GLenum READ_FRAMEBUFFER_BINDING = 0x8CAA;
+constexpr GLenum RENDERBUFFER_BINDING = 0x8CA7;
+constexpr GLenum ARRAY_BUFFER_BINDING = 0x8894;
+constexpr GLenum ELEMENT_ARRAY_BUFFER_BINDING = 0x8895;
+constexpr GLenum WRITE_ONLY_OES = 0x88B9;
+constexpr GLbitfield MAP_WRITE_BIT = 0x2;
+
+constexpr GLenum BUFFER_SIZE = 0x8764;
+constexpr GLenum BUFFER_USAGE = 0x8765;
+constexpr GLenum BUFFER_ACCESS_OES = 0x88BB;
 constexpr GLenum BUFFER_MAPPED = 0x88BC;
 constexpr GLenum BUFFER_MAP_POINTER = 0x88BD;
 constexpr GLenum BUFFER_ACCESS_FLAGS = 0x911F;
 constexpr GLenum BUFFER_MAP_LENGTH = 0x9120;
 constexpr GLenum BUFFER_MAP_OFFSET = 0x9121;
+
+// Implementation constants answered from a copy read once per context, with
+// how many values each has.
+struct ConstantName {
+    GLenum pname;
+    int count;
+};
+constexpr ConstantName CONSTANT_NAMES[] = {
+    {0x0D33, 1},  // GL_MAX_TEXTURE_SIZE
+    {0x0D3A, 2},  // GL_MAX_VIEWPORT_DIMS
+    {0x0D50, 1},  // GL_SUBPIXEL_BITS
+    {0x80E8, 1},  // GL_MAX_ELEMENTS_VERTICES
+    {0x80E9, 1},  // GL_MAX_ELEMENTS_INDICES
+    {0x8073, 1},  // GL_MAX_3D_TEXTURE_SIZE
+    {0x821B, 1},  // GL_MAJOR_VERSION
+    {0x821C, 1},  // GL_MINOR_VERSION
+    {0x821D, 1},  // GL_NUM_EXTENSIONS
+    {0x84E8, 1},  // GL_MAX_RENDERBUFFER_SIZE
+    {0x851C, 1},  // GL_MAX_CUBE_MAP_TEXTURE_SIZE
+    {0x86A2, 1},  // GL_NUM_COMPRESSED_TEXTURE_FORMATS
+    {0x8869, 1},  // GL_MAX_VERTEX_ATTRIBS
+    {0x8872, 1},  // GL_MAX_TEXTURE_IMAGE_UNITS
+    {0x88FF, 1},  // GL_MAX_ARRAY_TEXTURE_LAYERS
+    {0x8A2F, 1},  // GL_MAX_UNIFORM_BUFFER_BINDINGS
+    {0x8A34, 1},  // GL_UNIFORM_BUFFER_OFFSET_ALIGNMENT
+    {0x8B49, 1},  // GL_MAX_FRAGMENT_UNIFORM_COMPONENTS
+    {0x8B4A, 1},  // GL_MAX_VERTEX_UNIFORM_COMPONENTS
+    {0x8B4C, 1},  // GL_MAX_VERTEX_TEXTURE_IMAGE_UNITS
+    {0x8B4D, 1},  // GL_MAX_COMBINED_TEXTURE_IMAGE_UNITS
+    {0x8C8B, 1},  // GL_MAX_TRANSFORM_FEEDBACK_SEPARATE_ATTRIBS
+    {0x8CDF, 1},  // GL_MAX_COLOR_ATTACHMENTS
+    {0x8D57, 1},  // GL_MAX_SAMPLES
+    {0x8DF9, 1},  // GL_NUM_SHADER_BINARY_FORMATS
+    {0x8DFB, 1},  // GL_MAX_VERTEX_UNIFORM_VECTORS
+    {0x8DFC, 1},  // GL_MAX_VARYING_VECTORS
+    {0x8DFD, 1},  // GL_MAX_FRAGMENT_UNIFORM_VECTORS
+    {0x9122, 1},  // GL_MAX_VERTEX_OUTPUT_COMPONENTS
+    {0x9125, 1},  // GL_MAX_FRAGMENT_INPUT_COMPONENTS
+    {0x9143, 1},  // GL_MAX_DEBUG_MESSAGE_LENGTH
+    {0x9144, 1},  // GL_MAX_DEBUG_LOGGED_MESSAGES
+};
+
+// Capabilities that glEnable takes in every version, in bit order; the
+// shadow answers glIsEnabled and the gets of these alone.
+constexpr GLenum CAPABILITIES[] = {
+    0x0BE2,  // GL_BLEND
+    0x0B44,  // GL_CULL_FACE
+    0x0B71,  // GL_DEPTH_TEST
+    0x0BD0,  // GL_DITHER, the one on at first
+    0x8037,  // GL_POLYGON_OFFSET_FILL
+    0x809E,  // GL_SAMPLE_ALPHA_TO_COVERAGE
+    0x80A0,  // GL_SAMPLE_COVERAGE
+    0x0C11,  // GL_SCISSOR_TEST
+    0x0B90,  // GL_STENCIL_TEST
+};
+constexpr std::uint32_t DITHER_BIT = 1u << 3;
+constexpr std::uint32_t ALL_CAPABILITIES = (1u << std::size(CAPABILITIES)) - 1;
+constexpr GLenum VIEWPORT = 0x0BA2;
+constexpr GLenum SCISSOR_BOX = 0x0C10;
+constexpr GLenum MAX_VIEWPORT_DIMS = 0x0D3A;
+
+std::uint32_t capabilityBit(GLenum cap) {
+    for (std::size_t i = 0; i < std::size(CAPABILITIES); ++i)
+        if (CAPABILITIES[i] == cap) return 1u << i;
+    return 0;
+}
+
+int constantCount(GLenum pname) {
+    for (const ConstantName& c : CONSTANT_NAMES)
+        if (c.pname == pname) return c.count;
+    return 0;
+}
+
+// Usages that every version takes; the others fail on an ES 2 context.
+bool isCommonUsage(GLenum usage) {
+    return usage == 0x88E0 || usage == 0x88E4 || usage == 0x88E8;  // STREAM, STATIC, DYNAMIC_DRAW
+}
 
 std::uint64_t attribBit(GLuint index) {
     return index < 32 ? std::uint64_t(1) << index : 0;
@@ -164,7 +258,8 @@ void unmapJob(void* args) {
 
 }  // namespace
 
-ClientGLHandler::ClientGLHandler(core::DeferredExecutor* executor) : executor(executor) {
+ClientGLHandler::ClientGLHandler(core::DeferredExecutor* executor)
+    : executor(executor), capabilitiesOn(DITHER_BIT), capabilitiesKnown(ALL_CAPABILITIES) {
     attribs.reserve(16);
 }
 
@@ -199,6 +294,10 @@ void ClientGLHandler::deleteBuffers(GLsizei n, const GLuint* buffers) {
     };
     bufferBindings.forEach(forget);
     vertexArrayElementBuffers.forEach(forget);
+    for (GLsizei i = 0; i < n; ++i) {
+        bufferStores.erase(buffers[i]);
+        immutableBuffers.erase(buffers[i]);
+    }
     // Deleting a mapped buffer unmaps it: the block is ours to reuse, as no
     // job refers to it before the unmap.
     for (GLsizei i = 0; i < n; ++i) {
@@ -223,6 +322,43 @@ void ClientGLHandler::bindTexture(GLenum target, GLuint texture) {
 
 void ClientGLHandler::setCapability(GLenum cap, bool on) {
     if (cap == PRIMITIVE_RESTART_FIXED_INDEX) primitiveRestart = on;
+    std::uint32_t bit = capabilityBit(cap);
+    capabilitiesKnown |= bit;
+    capabilitiesOn = on ? capabilitiesOn | bit : capabilitiesOn & ~bit;
+}
+
+void ClientGLHandler::forgetCapability(GLenum cap) {
+    capabilitiesKnown &= ~capabilityBit(cap);
+}
+
+bool ClientGLHandler::isEnabled(GLenum cap, bool& on) {
+    std::uint32_t bit = capabilityBit(cap);
+    if (bit == 0) return false;
+    if (!(capabilitiesKnown & bit)) {
+        bool learnt =
+            core::syncCall<hijack::glIsEnabled>(executor->queue, gles::id::glIsEnabled, cap) != 0;
+        capabilitiesKnown |= bit;
+        capabilitiesOn = learnt ? capabilitiesOn | bit : capabilitiesOn & ~bit;
+    }
+    on = (capabilitiesOn & bit) != 0;
+    return true;
+}
+
+// A negative size is refused and leaves the box as it was; a viewport beyond
+// the implementation's limit is clamped, by a limit known once it was read.
+void ClientGLHandler::viewport(GLint x, GLint y, GLsizei width, GLsizei height) {
+    if (width < 0 || height < 0) return;
+    const Constant* limit = constants.find(MAX_VIEWPORT_DIMS);
+    if (!limit || !limit->valid || width > limit->values[0] || height > limit->values[1]) {
+        viewportBox.known = false;
+        return;
+    }
+    viewportBox = KnownRect{{x, y, width, height}, true};
+}
+
+void ClientGLHandler::scissor(GLint x, GLint y, GLsizei width, GLsizei height) {
+    if (width < 0 || height < 0) return;
+    scissorBox = KnownRect{{x, y, width, height}, true};
 }
 
 ClientGLHandler::VertexAttribPointer* ClientGLHandler::attrib(GLuint index) {
@@ -359,13 +495,170 @@ void ClientGLHandler::recordLiveApply() {
     executor->queue.record(&liveApplyJob, LiveApplyArgs{this, binding(ARRAY_BUFFER)});
 }
 
+void ClientGLHandler::useProgram(GLuint program) {
+    // An unlinked program, or a switch during transform feedback, fails and
+    // leaves the binding as it was.
+    bool linked = linkedPrograms.contains(program) &&
+                  !executor->objectsShared.load(std::memory_order_relaxed);
+    if (!transformFeedbackActive && (program == 0 || linked))
+        currentProgram.set(static_cast<GLint>(program));
+    else
+        currentProgram.forget();
+}
+
+void ClientGLHandler::programLinked(GLuint program, bool linked) {
+    if (linked)
+        linkedPrograms[program] = true;
+    else
+        linkedPrograms.erase(program);
+}
+
+void ClientGLHandler::bindFramebuffer(GLenum target, GLuint framebuffer) {
+    auto value = static_cast<GLint>(framebuffer);
+    if (target == FRAMEBUFFER) {
+        drawFramebuffer.set(value);
+        readFramebuffer.set(value);
+    } else if (target == DRAW_FRAMEBUFFER || target == READ_FRAMEBUFFER) {
+        // These targets are refused where the context lacks them.
+        (target == DRAW_FRAMEBUFFER ? drawFramebuffer : readFramebuffer).forget();
+    }
+}
+
+void ClientGLHandler::bindRenderbuffer(GLenum target, GLuint name) {
+    if (target == RENDERBUFFER) renderbuffer.set(static_cast<GLint>(name));
+}
+
+// Deleting a bound object binds 0 in its place.
+void ClientGLHandler::deleteFramebuffers(GLsizei n, const GLuint* framebuffers) {
+    if (n < 1 || !framebuffers) return;
+    for (GLsizei i = 0; i < n; ++i) {
+        auto name = static_cast<GLint>(framebuffers[i]);
+        if (name == 0) continue;
+        if (drawFramebuffer.known && drawFramebuffer.value == name) drawFramebuffer.set(0);
+        if (readFramebuffer.known && readFramebuffer.value == name) readFramebuffer.set(0);
+    }
+}
+
+void ClientGLHandler::deleteRenderbuffers(GLsizei n, const GLuint* renderbuffers) {
+    if (n < 1 || !renderbuffers) return;
+    for (GLsizei i = 0; i < n; ++i)
+        if (renderbuffers[i] != 0 && renderbuffer.known &&
+            renderbuffer.value == static_cast<GLint>(renderbuffers[i]))
+            renderbuffer.set(0);
+}
+
+void ClientGLHandler::bufferData(GLenum target, GLsizeiptr size, GLenum usage) {
+    GLuint buffer = binding(target);
+    if (buffer == 0) return;
+    // Storage made elsewhere (another context of the share group) is unseen;
+    // a refused call leaves the store as it was.
+    if (executor->objectsShared.load(std::memory_order_relaxed) ||
+        immutableBuffers.contains(buffer) || size < 0 || size > std::numeric_limits<GLint>::max() ||
+        !isCommonUsage(usage) || mappedBuffers.contains(buffer)) {
+        bufferStores.erase(buffer);
+        return;
+    }
+    bufferStores[buffer] = BufferStore{static_cast<GLint>(size), usage};
+}
+
+void ClientGLHandler::bufferStorage(GLenum target) {
+    GLuint buffer = binding(target);
+    if (buffer == 0) return;
+    bufferStores.erase(buffer);
+    immutableBuffers[buffer] = true;
+}
+
+void ClientGLHandler::forgetState(GLenum pname) {
+    switch (pname) {
+        case VIEWPORT:
+            viewportBox.known = false;
+            break;
+        case SCISSOR_BOX:
+            scissorBox.known = false;
+            break;
+        case DRAW_FRAMEBUFFER_BINDING:
+            drawFramebuffer.forget();
+            readFramebuffer.forget();
+            break;
+        case RENDERBUFFER_BINDING:
+            renderbuffer.forget();
+            break;
+        case BUFFER_SIZE:
+            storesUnknown = true;
+            break;
+        default:
+            break;
+    }
+}
+
 GLint ClientGLHandler::readInteger(GLenum pname, GLint* into) {
-    core::syncCall<hijack::glGetIntegerv>(executor->queue, pname, into);
+    core::syncCall<hijack::glGetIntegerv>(executor->queue, gles::id::glGetIntegerv, pname, into);
     return *into;
+}
+
+bool ClientGLHandler::readChecked(GLenum pname, GLint* values, int count) {
+    // A value no pname of the table can have: still there afterwards, the
+    // driver refused the pname and the game's memory stays untouched.
+    constexpr GLint UNWRITTEN = -0x5EADBEEF;
+    GLint read[4] = {UNWRITTEN, UNWRITTEN, UNWRITTEN, UNWRITTEN};
+    core::syncCall<hijack::glGetIntegerv>(executor->queue, gles::id::glGetIntegerv, pname, read);
+    if (read[0] == UNWRITTEN) return false;
+    std::memcpy(values, read, static_cast<std::size_t>(count) * sizeof(GLint));
+    return true;
+}
+
+bool ClientGLHandler::answerKnown(KnownInt& shadow, GLenum pname, GLint* data) {
+    if (!shadow.known) {
+        GLint value;
+        if (!readChecked(pname, &value, 1)) return true;
+        shadow.set(value);
+    }
+    *data = shadow.value;
+    return true;
+}
+
+bool ClientGLHandler::answerRect(KnownRect& shadow, GLenum pname, GLint* data) {
+    if (!shadow.known) {
+        if (!readChecked(pname, shadow.values, 4)) return true;
+        shadow.known = true;
+    }
+    std::memcpy(data, shadow.values, sizeof(shadow.values));
+    return true;
+}
+
+bool ClientGLHandler::answerConstant(GLenum pname, GLint* data) {
+    int count = constantCount(pname);
+    if (count == 0) return false;
+    Constant& constant = constants[pname];
+    if (!constant.valid) {
+        if (!readChecked(pname, constant.values, count)) return true;
+        constant.valid = true;
+    }
+    std::memcpy(data, constant.values, static_cast<std::size_t>(count) * sizeof(GLint));
+    return true;
 }
 
 bool ClientGLHandler::getIntegerv(GLenum pname, GLint* data) {
     switch (pname) {
+        case CURRENT_PROGRAM:
+            return answerKnown(currentProgram, pname, data);
+        case DRAW_FRAMEBUFFER_BINDING:
+            return answerKnown(drawFramebuffer, pname, data);
+        case RENDERBUFFER_BINDING:
+            return answerKnown(renderbuffer, pname, data);
+        case VIEWPORT:
+            return answerRect(viewportBox, pname, data);
+        case SCISSOR_BOX:
+            return answerRect(scissorBox, pname, data);
+        case ARRAY_BUFFER_BINDING:
+            *data = static_cast<GLint>(bufferBindings[ARRAY_BUFFER]);
+            return true;
+        case ELEMENT_ARRAY_BUFFER_BINDING:
+            // A vertex array's own binding may have been refused or deleted
+            // where the shadow cannot see it.
+            if (boundVertexArray != 0) return false;
+            *data = static_cast<GLint>(bufferBindings[ELEMENT_ARRAY_BUFFER]);
+            return true;
         case READ_BUFFER:
             *data = static_cast<GLint>(readBuffer);
             return true;
@@ -422,9 +715,14 @@ bool ClientGLHandler::getIntegerv(GLenum pname, GLint* data) {
             return true;
         }
         default:
-            // The GL_UNPACK_* values as the game last set them; anything else
-            // is the driver's to answer.
-            return executor->unpackParameter(pname, data);
+            // The GL_UNPACK_* values as the game last set them, the
+            // implementation's constants, the capabilities; anything else is
+            // the driver's.
+            if (executor->unpackParameter(pname, data) || answerConstant(pname, data)) return true;
+            bool on;
+            if (!isEnabled(pname, on)) return false;
+            *data = on;
+            return true;
     }
 }
 
@@ -471,7 +769,14 @@ bool ClientGLHandler::vertexAttribPointer(GLuint index, GLenum pname, void** poi
 }
 
 bool ClientGLHandler::bufferParameter(GLenum target, GLenum pname, GLint64& value) {
-    const MapBufferRange* map = mappedBuffers.find(binding(target));
+    GLuint buffer = binding(target);
+    if (pname == BUFFER_SIZE || pname == BUFFER_USAGE) {
+        const BufferStore* store = buffer && !storesUnknown ? bufferStores.find(buffer) : nullptr;
+        if (!store) return false;
+        value = pname == BUFFER_SIZE ? store->size : static_cast<GLint64>(store->usage);
+        return true;
+    }
+    const MapBufferRange* map = mappedBuffers.find(buffer);
     if (!map) return false;
     switch (pname) {
         case BUFFER_MAPPED:
@@ -485,6 +790,11 @@ bool ClientGLHandler::bufferParameter(GLenum target, GLenum pname, GLint64& valu
             return true;
         case BUFFER_MAP_OFFSET:
             value = map->offset;
+            return true;
+        case BUFFER_ACCESS_OES:
+            // Only glMapBufferOES makes a write map of the whole store.
+            if (map->access != MAP_WRITE_BIT || map->offset != 0) return false;
+            value = WRITE_ONLY_OES;
             return true;
         default:
             return false;
@@ -515,6 +825,14 @@ void* ClientGLHandler::mapForWrite(GLenum target, GLintptr offset, GLsizeiptr le
     map = MapBufferRange{target, static_cast<std::int32_t>(offset),
                          static_cast<std::int32_t>(length), access, shadow};
     return shadow;
+}
+
+void* ClientGLHandler::mapWholeForWrite(GLenum target, GLenum access) {
+    GLuint buffer = binding(target);
+    if (buffer == 0 || access != WRITE_ONLY_OES || mappedBuffers.contains(buffer)) return nullptr;
+    const BufferStore* store = storesUnknown ? nullptr : bufferStores.find(buffer);
+    if (!store || store->size < 1) return nullptr;
+    return mapForWrite(target, 0, store->size, MAP_WRITE_BIT);
 }
 
 bool ClientGLHandler::unmapWritten(GLenum target) {
@@ -565,7 +883,7 @@ void ClientGLHandler::drawBuffers(GLsizei n, const GLenum* bufs) {
         // sees twice, to the same effect.
         core::recordCall<hijack::glGetIntegerv>(executor->queue, MAX_DRAW_BUFFERS, &maxDrawBuffers);
         core::recordCall<hijack::glDrawBuffers>(executor->queue, n, bufs);
-        executor->queue.flushAndWait();
+        executor->queue.flushAndWait(gles::id::glDrawBuffers);
     }
     // Refused arguments still reach the driver, which reports them.
     core::recordCall<hijack::glDrawBuffers>(

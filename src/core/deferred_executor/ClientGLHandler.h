@@ -76,18 +76,19 @@ inline void recordCall(JobQueue& queue, A... a) {
     queue.record(&driverCallJob<Slot>, typename DriverCall<Slot>::Args(a...));
 }
 
-// Records the call, waits for it, and returns the driver's answer.
+// Records the call, waits for it, and returns the driver's answer; the drain
+// is counted under cause.
 template <auto& Slot, typename... A>
-inline auto syncCall(JobQueue& queue, A... a) {
+inline auto syncCall(JobQueue& queue, std::uint32_t cause, A... a) {
     using Call = DriverCall<Slot>;
     if constexpr (std::is_void_v<typename Call::Result>) {
         recordCall<Slot>(queue, a...);
-        queue.flushAndWait();
+        queue.flushAndWait(cause);
     } else {
         typename Call::Result result{};
         queue.record(&driverResultJob<Slot>,
                      typename Call::ResultArgs{&result, typename Call::Args(a...)});
-        queue.flushAndWait();
+        queue.flushAndWait(cause);
         return result;
     }
 }
@@ -235,6 +236,35 @@ class ClientGLHandler {
         bool valid = false;
     };
 
+    // A value that the game's own recorded calls decide. Known: certain to be
+    // what the driver would answer at this point of the stream. Unknown: the
+    // next query drains and learns it.
+    struct KnownInt {
+        GLint value = 0;
+        bool known = true;
+        void set(GLint v) { *this = KnownInt{v, true}; }
+        void forget() { known = false; }
+    };
+
+    // Size and usage of a buffer's data store, from the game's glBufferData.
+    struct BufferStore {
+        GLint size;
+        GLenum usage;
+    };
+
+    // A rectangle of state (viewport, scissor box): unknown at first, since
+    // the first binding to a surface sets it.
+    struct KnownRect {
+        GLint values[4] = {};
+        bool known = false;
+    };
+
+    // An implementation constant, read from the driver once per context.
+    struct Constant {
+        GLint values[2];
+        bool valid;
+    };
+
     explicit ClientGLHandler(core::DeferredExecutor* executor);
     virtual ~ClientGLHandler();
 
@@ -247,6 +277,13 @@ class ClientGLHandler {
     void deleteTextures(GLsizei n, const GLuint* textures);
     void bindTexture(GLenum target, GLuint texture);
     void setCapability(GLenum cap, bool on);
+    // An indexed enable: the plain query then answers for index 0 only.
+    void forgetCapability(GLenum cap);
+    // Whether cap is enabled, from the shadow or by a drain it learns from;
+    // false: not a capability the shadow follows.
+    bool isEnabled(GLenum cap, bool& on);
+    void viewport(GLint x, GLint y, GLsizei width, GLsizei height);
+    void scissor(GLint x, GLint y, GLsizei width, GLsizei height);
     void enableAttribArray(GLuint index, bool on);
     void attribDivisor(GLuint index, GLuint divisor);
     // True when the pointer stays in the shadow for the next client draw, and
@@ -267,7 +304,24 @@ class ClientGLHandler {
     // for the draw behind it, which keeps that memory valid.
     void recordLiveApply();
 
-    // Answers from the shadow; false: ask the driver.
+    // Shadow steps of the bindings and objects whose state the shadow answers.
+    void useProgram(GLuint program);
+    void programLinked(GLuint program, bool linked);
+    // A program whose link state changes where the shadow cannot see it.
+    void forgetProgram(GLuint program) { linkedPrograms.erase(program); }
+    void bindFramebuffer(GLenum target, GLuint framebuffer);
+    void bindRenderbuffer(GLenum target, GLuint renderbuffer);
+    void deleteFramebuffers(GLsizei n, const GLuint* framebuffers);
+    void deleteRenderbuffers(GLsizei n, const GLuint* renderbuffers);
+    void transformFeedback(bool active) { transformFeedbackActive = active; }
+    void bufferData(GLenum target, GLsizeiptr size, GLenum usage);
+    void bufferStorage(GLenum target);
+    // The state read by pname is changed by a call the shadow does not follow;
+    // GL_BUFFER_SIZE: any buffer's store.
+    void forgetState(GLenum pname);
+
+    // Answers from the shadow, or after a drain that the shadow learns from;
+    // false: ask the driver with the game's own pointer.
     bool getIntegerv(GLenum pname, GLint* data);
     bool vertexAttrib(GLuint index, GLenum pname, GLint& value) const;
     bool vertexAttribPointer(GLuint index, GLenum pname, void** pointer) const;
@@ -276,6 +330,9 @@ class ClientGLHandler {
 
     // A write map returns a block of ours at once; null: map by the driver.
     void* mapForWrite(GLenum target, GLintptr offset, GLsizeiptr length, GLbitfield access);
+    // glMapBufferOES, write-only by definition: a write map of the whole
+    // store when its size is known; null: map by the driver.
+    void* mapWholeForWrite(GLenum target, GLenum access);
     // Records the write-back of a write map; false: not one of ours.
     bool unmapWritten(GLenum target);
     bool isMappedForWrite(GLenum target);
@@ -306,7 +363,32 @@ class ClientGLHandler {
     std::uint64_t clientMask = 0;
     bool primitiveRestart = false;
 
+    KnownInt currentProgram;
+    KnownInt drawFramebuffer;
+    KnownInt readFramebuffer;
+    KnownInt renderbuffer;
+    // Programs whose last link succeeded here: glUseProgram of one cannot fail.
+    core::RecyclingMap<GLuint, bool> linkedPrograms;
+    core::RecyclingMap<GLuint, BufferStore> bufferStores;
+    // Buffers given immutable storage: glBufferData on them fails.
+    core::RecyclingMap<GLuint, bool> immutableBuffers;
+    core::RecyclingMap<GLenum, Constant> constants;
+    bool transformFeedbackActive = false;
+    // The capabilities of every version, one bit each: on, and known.
+    std::uint32_t capabilitiesOn;
+    std::uint32_t capabilitiesKnown;
+    // A store was made where the shadow cannot tell for which buffer.
+    bool storesUnknown = false;
+    KnownRect viewportBox;
+    KnownRect scissorBox;
+
   private:
+    // A driver read of pname into the shadow's own memory: false when the
+    // driver refused the pname and wrote nothing.
+    bool readChecked(GLenum pname, GLint* values, int count);
+    bool answerRect(KnownRect& shadow, GLenum pname, GLint* data);
+    bool answerKnown(KnownInt& shadow, GLenum pname, GLint* data);
+    bool answerConstant(GLenum pname, GLint* data);
     VertexAttribPointer* attrib(GLuint index);
     GLint readInteger(GLenum pname, GLint* into);
 };

@@ -85,6 +85,11 @@ class DeferredExecutor {
         static bool fencePassed(GLsync fence);
     };
 
+    // Another context shares this one's objects: their state (buffer stores,
+    // link results) may change where this executor cannot see it. Set by the
+    // thread that creates the sharing context.
+    std::atomic<bool> objectsShared{false};
+
     JobQueue queue;
     FrameDataPool* frameData;
     ReadbackCache readbackCache;
@@ -140,6 +145,7 @@ class DeferredExecutor {
     static void onDeferredFrameEnd(void* args);
     void submitEarlySlow();
     void readSettings();
+    void logDrainCauses() const;
     void switchToImmediateMode(EGLDisplay display);
 
     std::thread thread;

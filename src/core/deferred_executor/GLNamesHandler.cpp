@@ -49,12 +49,12 @@ std::size_t GLNamesHandler::pooled(NamePool& pool) {
     return pool.names.size();
 }
 
-void GLNamesHandler::generate(NamePool& pool, int n, unsigned* names) {
+void GLNamesHandler::generate(NamePool& pool, int n, unsigned* names, std::uint32_t cause) {
     if (n < 1 || !names) return;
     std::size_t available = pooled(pool);
     if (static_cast<std::size_t>(n) > available) {
         executor->queue.record(&refill, RefillArgs{&pool, std::max(n, REFILL)});
-        executor->queue.flushAndWait();
+        executor->queue.flushAndWait(cause);
     } else if (available < static_cast<std::size_t>(REFILL)) {
         // Refill in the background before the pool runs dry.
         executor->queue.record(&refill, RefillArgs{&pool, REFILL});

@@ -35,17 +35,17 @@ core::FenceSyncManager& glFences() {
 
 void glGenBuffers(core::Executor* executor, GLsizei n, GLuint* buffers) {
     auto& names = executor->handler<GLNamesHandler>();
-    names.generate(names.buffers, n, buffers);
+    names.generate(names.buffers, n, buffers, gles::id::glGenBuffers);
 }
 
 void glGenTextures(core::Executor* executor, GLsizei n, GLuint* textures) {
     auto& names = executor->handler<GLNamesHandler>();
-    names.generate(names.textures, n, textures);
+    names.generate(names.textures, n, textures, gles::id::glGenTextures);
 }
 
 void glGenFramebuffers(core::Executor* executor, GLsizei n, GLuint* framebuffers) {
     auto& names = executor->handler<GLNamesHandler>();
-    names.generate(names.framebuffers, n, framebuffers);
+    names.generate(names.framebuffers, n, framebuffers, gles::id::glGenFramebuffers);
 }
 
 GLsync glFenceSync(core::Executor* executor, GLenum condition, GLbitfield flags) {
@@ -98,7 +98,7 @@ EGLSyncKHR eglCreateSyncKHR(core::Executor* executor, EGLDisplay dpy, EGLenum ty
                 *a->result = hijack::eglCreateSyncKHR(a->dpy, a->type, a->attribs);
             },
             Args{&result, dpy, type, attrib_list});
-        executor->queue.flushAndWait();
+        executor->queue.flushAndWait(gles::id::eglCreateSyncKHR);
         return result;
     }
     bool deferred = false;

@@ -2,6 +2,7 @@
 
 #include <EGL/egl.h>
 
+#include <cstdint>
 #include <mutex>
 #include <vector>
 
@@ -43,7 +44,7 @@ class GLNamesHandler {
     explicit GLNamesHandler(core::DeferredExecutor* executor);
     virtual ~GLNamesHandler();
 
-    void generate(NamePool& pool, int n, unsigned* names);
+    void generate(NamePool& pool, int n, unsigned* names, std::uint32_t cause);
     std::size_t pooled(NamePool& pool);
 
     core::DeferredExecutor* executor;

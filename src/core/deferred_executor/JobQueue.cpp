@@ -119,12 +119,13 @@ JobQueue::JobBuffer* JobQueue::makeRoom() {
     return current;
 }
 
-void JobQueue::flushAndWait() {
+void JobQueue::flushAndWait(std::uint32_t cause) {
     auto start = WaitClock::now();
     CompletionSemaphore done;
     CompletionSemaphore* self = &done;
     record(&CompletionSemaphore::signal, self);
     statistics.drains++;
+    statistics.drainsBy[cause <= DRAIN_BY_LAYER ? cause : DRAIN_BY_LAYER]++;
     submit(false, nullptr, nullptr);
     done.wait();
     statistics.drainNanoseconds += nanosecondsSince(start);

@@ -13,6 +13,7 @@
 
 #include "core/deferred_executor/Job.h"
 #include "core/deferred_executor/MemTracker.h"
+#include "velour/entry_points.h"
 
 namespace velour::core {
 
@@ -50,7 +51,12 @@ class JobQueue {
         // Time the producer slept for a free buffer, and spent in drains.
         std::uint64_t bufferWaitNanoseconds = 0;
         std::uint64_t drainNanoseconds = 0;
+        // Drains by the entry point whose call asked for them (gles::id);
+        // the layer's own at DRAIN_BY_LAYER.
+        std::uint32_t drainsBy[ENTRY_POINT_COUNT + 1] = {};
     };
+    // Drains of the layer's own: frame pacing, a resize, the mode switch, shutdown.
+    static constexpr std::uint32_t DRAIN_BY_LAYER = ENTRY_POINT_COUNT;
 
     JobQueue() = default;
     ~JobQueue();
@@ -75,8 +81,9 @@ class JobQueue {
     // Hands over what was recorded since the last hand-over. Returns whether
     // the producer had to sleep for a free buffer.
     bool submit(bool releaseBuffer, EGLDisplay display, EGLSurface surface);
-    // Hands over and blocks until everything recorded so far has run.
-    void flushAndWait();
+    // Hands over and blocks until everything recorded so far has run; counted
+    // under cause, the entry point whose call needs it.
+    void flushAndWait(std::uint32_t cause = DRAIN_BY_LAYER);
     // Hands over a full buffer and returns the next, which may mean a sleep.
     __attribute__((noinline, cold)) JobBuffer* makeRoom();
     // record() when the buffer is full: hands it over, then records.

@@ -106,7 +106,7 @@ void MiscHandler::readPixels(GLint x, GLint y, GLsizei width, GLsizei height, GL
                                      a->pixels);
             },
             ReadPixelsArgs{x, y, width, height, format, type, pixels});
-        executor->queue.flushAndWait();
+        executor->queue.flushAndWait(gles::id::glReadPixels);
         return;
     }
     executor->queue.record(&readback, ReadbackArgs{executor, x, y, width, height, format, type});

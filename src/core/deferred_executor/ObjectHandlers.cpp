@@ -284,7 +284,7 @@ void QueryHandler::getQueryObjectuiv(GLuint id, GLenum pname, GLuint* params) {
             hijack::glGetQueryObjectuiv(a->id, a->pname, a->params);
         },
         GetQueryObjectuivArgs{id, pname, params});
-    executor->queue.flushAndWait();
+    executor->queue.flushAndWait(gles::id::glGetQueryObjectuiv);
 }
 
 void QueryHandler::deleteQueries(GLsizei n, const GLuint* ids) {
@@ -319,7 +319,7 @@ EGLBoolean EglTimeHandler::getNextFrameId(EGLDisplay display, EGLSurface surface
             *a->result = hijack::eglGetNextFrameIdANDROID(a->display, a->surface, a->frameId);
         },
         NextFrameIdArgs{&result, display, surface, frameId});
-    executor->queue.flushAndWait();
+    executor->queue.flushAndWait(gles::id::eglGetNextFrameIdANDROID);
     if (keep && result && frameId) {
         nextFrameId = static_cast<std::int64_t>(*frameId);
         nextFrameIdValid = true;
@@ -347,7 +347,7 @@ EGLBoolean EglTimeHandler::getFrameTimestamps(EGLDisplay display, EGLSurface sur
                 a->display, a->surface, a->frameId, a->numTimestamps, a->timestamps, a->values);
         },
         FrameTimestampsArgs{&result, display, surface, frameId, numTimestamps, timestamps, values});
-    executor->queue.flushAndWait();
+    executor->queue.flushAndWait(gles::id::eglGetFrameTimestampsANDROID);
     if (keep && result && (count == 0 || (timestamps && values))) {
         timestampNames.assign(timestamps, timestamps + count);
         timestampValues.assign(values, values + count);

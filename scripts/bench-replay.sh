@@ -1,0 +1,179 @@
+#!/usr/bin/env bash
+# Real GLES programs through the layer: captures glmark2-es2 scenes with
+# apitrace, then replays each trace with eglretrace four ways side by side:
+# direct, Mesa glthread, and through the layer (velour-run) in modes 0 and 3.
+# Prints each way's frame rate, mode 0's drains a frame after the layer's
+# warm-up, and whether every frame's image matches the direct replay.
+# See docs/benchmarks.md.
+set -euo pipefail
+
+usage() {
+  cat <<'EOF'
+usage: scripts/bench-replay.sh [--rounds N] [--seconds S] [--traces DIR] [--scenes LIST]
+
+  --rounds N     replay all four ways N times, interleaved, and report medians
+                 (default 3)
+  --seconds S    length of each captured scene (default 5)
+  --traces DIR   keep the traces in DIR and reuse those already there
+                 (default: a temporary folder, removed at the end)
+  --scenes LIST  glmark2 scenes, separated by blanks (default: the list below)
+
+Needs glmark2-es2 and xvfb-run for the capture (scripts/setup.sh installs them).
+Environment: VELOUR_BUILD_DIR (default build/); LP_NUM_THREADS (default 0).
+EOF
+}
+
+top=$(cd "$(dirname "$0")/.." && pwd)
+build=${VELOUR_BUILD_DIR:-$top/build}
+rounds=3
+seconds=5
+traces=
+scenes="build:use-vbo=true texture shading:shading=phong bump:bump-render=normals effect2d
+pulsar desktop buffer:update-method=map ideas jellyfish shadow loop"
+while [ $# -gt 0 ]; do
+  case $1 in
+    --rounds) rounds=${2:?--rounds wants a number}; shift 2 ;;
+    --seconds) seconds=${2:?--seconds wants a number}; shift 2 ;;
+    --traces) traces=${2:?--traces wants a folder}; shift 2 ;;
+    --scenes) scenes=${2:?--scenes wants a list}; shift 2 ;;
+    -h|--help) usage; exit 0 ;;
+    *) echo "bench-replay.sh: unknown option '$1'" >&2; usage >&2; exit 2 ;;
+  esac
+done
+for n in "$rounds" "$seconds"; do
+  case $n in ''|*[!0-9]*) echo "bench-replay.sh: '$n' is not a whole number" >&2; exit 2 ;; esac
+done
+for tool in apitrace eglretrace glmark2-es2 xvfb-run; do
+  command -v "$tool" >/dev/null ||
+    { echo "bench-replay.sh: $tool is missing; run scripts/setup.sh" >&2; exit 1; }
+done
+
+if [ ! -f "$build/build.ninja" ]; then
+  cmake -S "$top" -B "$build" -G Ninja >/dev/null
+fi
+if ! ninja -C "$build" velour-run >"$build/bench-replay-build.log" 2>&1; then
+  tail -n 20 "$build/bench-replay-build.log" >&2
+  exit 1
+fi
+run=$build/tools/velour-run/velour-run
+
+work=$(mktemp -d /tmp/velour-bench-replay-XXXXXX)
+trap 'rm -rf "$work"' EXIT
+[ -n "$traces" ] || traces=$work/traces
+mkdir -p "$traces"
+
+# Replays need no X server: Mesa's surfaceless platform, as in the tests.
+export WAFFLE_PLATFORM=surfaceless_egl
+export LP_NUM_THREADS=${LP_NUM_THREADS:-0}
+
+name_of() { printf '%s' "$1" | tr ':=' '__'; }
+
+echo "capturing $(printf '%s\n' $scenes | wc -l) scenes of ${seconds} s into $traces" >&2
+for scene in $scenes; do
+  trace=$traces/$(name_of "$scene").trace
+  [ -s "$trace" ] && continue
+  # Captured without the layer; glmark2 needs a window system, xvfb gives one.
+  if ! xvfb-run -a -s "-screen 0 800x600x24" apitrace trace --api egl -o "$trace" \
+      glmark2-es2 -s 320x240 -b "$scene:duration=$seconds" >"$work/capture.log" 2>&1; then
+    echo "bench-replay.sh: capture of $scene failed:" >&2
+    tail -n 5 "$work/capture.log" >&2
+    exit 1
+  fi
+done
+
+ways=(direct glthread mode0 mode3)
+
+# eglretrace as the way runs it, with the arguments given.
+replay() {
+  local way=$1 sysroot=$2
+  shift 2
+  case $way in
+    direct) eglretrace --headless "$@" ;;
+    glthread) mesa_glthread=true eglretrace --headless "$@" ;;
+    mode*) "$run" --package com.velour.demo --mode "${way#mode}" --sysroot "$sysroot" \
+             --prop vendor.nimbo.orlo.log.level=5 -- eglretrace --headless "$@" ;;
+  esac
+}
+
+# Drains a frame from the layer's counter lines, from the first line at frame
+# 200 or later to the last, and the entry points that drained in between.
+drains_per_frame() {
+  local log=$1
+  [ -f "$log" ] || { echo "-"; return; }
+  awk '
+    /: frame [0-9]+, .*drains [0-9]+,/ {
+      match($0, /frame [0-9]+/); f = substr($0, RSTART + 6, RLENGTH - 6) + 0
+      match($0, /drains [0-9]+/); d = substr($0, RSTART + 7, RLENGTH - 7) + 0
+      if (!first && f >= 200) { first = f; d0 = d } else if (first) { last = f; d1 = d }
+    }
+    END { if (last > first) printf "%.3f\n", (d1 - d0) / (last - first); else print "-" }' "$log"
+}
+
+causes() {
+  local log=$1
+  [ -f "$log" ] || return 0
+  { grep 'drains by entry point' "$log" || true; } | tail -n 1 | sed 's/.*drains by entry point: //'
+}
+
+# Per trace and way: the MD5 of every frame's image, replayed once.
+echo "comparing every frame's image, one replay each way" >&2
+for scene in $scenes; do
+  n=$(name_of "$scene")
+  for way in "${ways[@]}"; do
+    replay "$way" "$work/check-$n-$way" -s - --snapshot-format=MD5 "$traces/$n.trace" 2>/dev/null |
+      grep -E '^[0-9A-F]{32}$' | md5sum | cut -c1-8 >"$work/$n.$way.image" || true
+  done
+done
+
+for ((r = 1; r <= rounds; r++)); do
+  for scene in $scenes; do
+    n=$(name_of "$scene")
+    for way in "${ways[@]}"; do
+      sysroot=$work/$n-$way-$r
+      out=$(replay "$way" "$sysroot" -b "$traces/$n.trace" 2>&1 | grep 'Rendered' || true)
+      fps=$(printf '%s\n' "$out" | sed -n 's/.*average of \([0-9.]*\) fps.*/\1/p')
+      frames=$(printf '%s\n' "$out" | sed -n 's/Rendered \([0-9]*\) frames.*/\1/p')
+      drains=-
+      if [ "$way" = mode0 ]; then
+        log=$sysroot/sdcard/nimbo.orlo.velour.com.velour.demo.log
+        drains=$(drains_per_frame "$log")
+        causes "$log" >"$work/$n.causes"
+      fi
+      echo "$r ${fps:-0} ${frames:-0} $drains" >>"$work/$n.$way.txt"
+      echo "  round $r, $n, $way: ${fps:-no result} fps, drains/frame $drains" >&2
+      rm -rf "$sysroot"
+    done
+  done
+done
+
+median() {  # column c of a results file
+  awk -v c="$2" '{ print $c }' "$1" | sort -g | awk '{ v[NR] = $1 } END {
+    if (v[1] == "-") { print "-"; exit }
+    print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'
+}
+
+printf '\n%s rounds, medians; fps of eglretrace -b, images of every frame against direct\n\n' \
+  "$rounds"
+printf '| %-28s | %6s | %7s | %8s | %7s | %7s | %8s | %8s | %12s | %-6s |\n' program frames \
+  direct glthread "mode 0" "mode 3" "0/direct" "0/glthr" "drains/frame" images
+printf '| %s | %s | %s | %s | %s | %s | %s | %s | %s | %s |\n' --- ---: ---: ---: ---: ---: ---: \
+  ---: ---: ---
+for scene in $scenes; do
+  n=$(name_of "$scene")
+  d=$(median "$work/$n.direct.txt" 2) g=$(median "$work/$n.glthread.txt" 2)
+  m0=$(median "$work/$n.mode0.txt" 2) m3=$(median "$work/$n.mode3.txt" 2)
+  images=same
+  for way in glthread mode0 mode3; do
+    cmp -s "$work/$n.direct.image" "$work/$n.$way.image" || images="$images ${way}:differs"
+  done
+  [ "$images" = same ] || images=${images#same }
+  awk -v n="$scene" -v f="$(median "$work/$n.direct.txt" 3)" -v d="$d" -v g="$g" -v m0="$m0" \
+    -v m3="$m3" -v dr="$(median "$work/$n.mode0.txt" 4)" -v im="$images" 'BEGIN {
+      printf "| %-28s | %6d | %7.1f | %8.1f | %7.1f | %7.1f | %8.2f | %8.2f | %12s | %-6s |\n",
+        n, f, d, g, m0, m3, (d > 0 ? m0 / d : 0), (g > 0 ? m0 / g : 0), dr, im }'
+done
+echo
+for scene in $scenes; do
+  n=$(name_of "$scene")
+  [ -s "$work/$n.causes" ] && echo "$scene, mode 0, drains by entry point over the run: $(cat "$work/$n.causes")"
+done
