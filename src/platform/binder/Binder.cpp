@@ -199,7 +199,9 @@ status_t BpBinder::dump(int, const Vector<String16>&) {
 status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
     if (!mAlive) return DEAD_OBJECT;
     status_t status = Runtime::self().transact(mHandle, code, data, reply, flags);
-    if (status == DEAD_OBJECT) mAlive = 0;
+    // The service manager (handle 0) may be restarted under the same name: only
+    // other objects die with their connection.
+    if (status == DEAD_OBJECT && mHandle != 0) mAlive = 0;
     return status;
 }
 
