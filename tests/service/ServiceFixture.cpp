@@ -73,7 +73,8 @@ void ServiceTest::startService(const std::vector<std::string>& args) {
     static int count = 0;
     std::vector<std::string> all{"--folder", sysroot->root() + "/hearth" + std::to_string(++count)};
     all.insert(all.end(), args.begin(), args.end());
-    service = spawn(VELOUR_HEARTHD, all, sysroot->root() + "/hearthd.log");
+    serviceLog = sysroot->root() + "/hearthd" + std::to_string(count) + ".log";
+    service = spawn(VELOUR_HEARTHD, all, serviceLog);
     ASSERT_GT(service, 0);
     ASSERT_TRUE(eventually([] { return findService() != nullptr; })) << "the service registers";
 }
@@ -83,6 +84,9 @@ void ServiceTest::stopService(int signal) {
     kill(service, signal);
     waitpid(service, nullptr, 0);
     service = -1;
+    // A sanitizer build of the service reports into its log and goes on.
+    std::string log = readFile(serviceLog);
+    EXPECT_FALSE(has(log, "Sanitizer")) << log;
     // The manager forgets a dead service as soon as it notices.
     eventually([] { return findService() == nullptr; });
 }

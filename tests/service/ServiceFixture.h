@@ -103,6 +103,7 @@ class ServiceTest : public ::testing::Test {
 
     static TestSysroot* sysroot;
     pid_t service = -1;
+    std::string serviceLog;
 };
 
 }  // namespace velour::test
