@@ -39,4 +39,12 @@ else()
   find_path(VELOUR_ANDROID_INCLUDE_DIR binder/Parcel.h
     PATHS /usr/include/android NO_DEFAULT_PATH REQUIRED)
   target_include_directories(velour_android_headers SYSTEM INTERFACE ${VELOUR_ANDROID_INCLUDE_DIR})
+  # libutils needs libbacktrace, which needs p7zip's 7z.so from a folder of its
+  # own: the linker must be told where. At run time a host finds it through
+  # libbacktrace's own path; under qemu-arm the armhf test preset's
+  # LD_LIBRARY_PATH names it and the sysroot's Android libraries.
+  find_path(VELOUR_P7ZIP_DIR 7z.so PATHS /usr/lib/p7zip NO_DEFAULT_PATH)
+  if(VELOUR_P7ZIP_DIR)
+    target_link_options(velour_android_headers INTERFACE "LINKER:-rpath-link,${VELOUR_P7ZIP_DIR}")
+  endif()
 endif()

@@ -98,11 +98,12 @@ class ServiceTest : public ::testing::Test {
     int listeners();
     std::vector<std::pair<int64_t, std::string>> weapons();
     std::vector<uint8_t> lastRequest(uint32_t code);
-    // Waits up to 5 s for `done`.
-    static bool eventually(const std::function<bool()>& done);
+    // Waits up to `seconds` for `done`.
+    static bool eventually(const std::function<bool()>& done, int seconds = 5);
 
     static TestSysroot* sysroot;
     pid_t service = -1;
+    std::string serviceLog;
 };
 
 }  // namespace velour::test

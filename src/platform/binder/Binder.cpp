@@ -184,7 +184,7 @@ const String16& BpBinder::getInterfaceDescriptor() const {
 }
 
 bool BpBinder::isBinderAlive() const {
-    return mAlive != 0;
+    return __atomic_load_n(&mAlive, __ATOMIC_ACQUIRE) != 0;
 }
 
 status_t BpBinder::pingBinder() {
@@ -197,9 +197,12 @@ status_t BpBinder::dump(int, const Vector<String16>&) {
 }
 
 status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
-    if (!mAlive) return DEAD_OBJECT;
+    // The flag is read by callers and cleared by the death notice's thread.
+    if (!__atomic_load_n(&mAlive, __ATOMIC_ACQUIRE)) return DEAD_OBJECT;
     status_t status = Runtime::self().transact(mHandle, code, data, reply, flags);
-    if (status == DEAD_OBJECT) mAlive = 0;
+    // The service manager (handle 0) may be restarted under the same name: only
+    // other objects die with their connection.
+    if (status == DEAD_OBJECT && mHandle != 0) __atomic_store_n(&mAlive, 0, __ATOMIC_RELEASE);
     return status;
 }
 
@@ -242,7 +245,7 @@ void BpBinder::sendObituary() {
     Vector<Obituary>* obits;
     {
         Mutex::Autolock lock(mLock);
-        mAlive = 0;
+        __atomic_store_n(&mAlive, 0, __ATOMIC_RELEASE);
         if (mObitsSent) return;
         mObitsSent = 1;
         obits = mObituaries;

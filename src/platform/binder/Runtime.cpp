@@ -156,7 +156,16 @@ void Runtime::startServing() {
                 if (errno == EINTR || errno == ECONNABORTED) continue;
                 return;
             }
-            std::thread([this, client] { serveConnection(client); }).detach();
+            // A peer that opens connections without end gets no more threads.
+            if (connections.fetch_add(1) >= MAX_CONNECTIONS) {
+                connections--;
+                close(client);
+                continue;
+            }
+            std::thread([this, client] {
+                serveConnection(client);
+                connections--;
+            }).detach();
         }
     }).detach();
 }

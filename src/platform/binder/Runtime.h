@@ -13,6 +13,7 @@
 #include <binder/IBinder.h>
 // clang-format on
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -29,6 +30,8 @@ constexpr size_t MAX_PARCEL_BYTES = 1 << 20;
 // The most handles a process keeps: a peer naming ever new objects is refused.
 constexpr size_t MAX_HANDLES = 4096;
 constexpr uint32_t SERVICE_MANAGER_PORT = 0;
+// The most connections a process serves at once, each on a thread of its own.
+constexpr int MAX_CONNECTIONS = 64;
 
 // The folder of the sockets: "$VELOUR_SYSROOT/dev/binder", else "/tmp/velour-binder".
 std::string socketFolder();
@@ -88,6 +91,7 @@ class Runtime {
     std::map<std::pair<uint32_t, uint64_t>, int32_t> handleIndex;
     std::map<uint32_t, int> watches;  // port to watching connection
     int wakeFd[2] = {-1, -1};
+    std::atomic<int> connections{0};
     bool watching = false;
 };
 
