@@ -102,6 +102,8 @@ void StyleRenderer::loadBinaryShaders() {
     program.open();
     drv::glProgramBinary(program.getName(), format, binary.data() + sizeof format,
                          static_cast<GLsizei>(binary.size() - sizeof format));
+    // A format the driver does not know sets an error that is ours, not the game's.
+    if (drv::glGetError) drv::glGetError();
     GLint status = 0;
     drv::glGetProgramiv(program.getName(), GL_LINK_STATUS, &status);
     if (status == 0) program.close();
