@@ -75,24 +75,21 @@ struct Options {
 
 Options parseOptions(int argc, char** argv, bool* help) {
     Options o;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        auto value = [&]() -> const char* {
-            if (i + 1 >= argc) throw UsageError(arg + " wants a value");
-            return argv[++i];
-        };
+    glapp::Arguments args(argc, argv);
+    while (args.next()) {
+        const std::string& arg = args.option();
         if (arg == "--help" || arg == "-h") {
             *help = true;
         } else if (arg == "--frames") {
-            o.frames = parseInt(arg, value(), 1, 1000000);
+            o.frames = parseInt(arg, args.value(), 1, 1000000);
         } else if (arg == "--warm-up") {
-            o.warmUp = parseInt(arg, value(), 0, 1000000);
+            o.warmUp = parseInt(arg, args.value(), 0, 1000000);
         } else if (arg == "--draws") {
-            o.draws = parseInt(arg, value(), 1, 1000000);
+            o.draws = parseInt(arg, args.value(), 1, 1000000);
         } else if (arg == "--game-work") {
-            o.gameWork = parseInt(arg, value(), 0, 100000000);
+            o.gameWork = parseInt(arg, args.value(), 0, 100000000);
         } else if (arg == "--update-every") {
-            o.updateEvery = parseInt(arg, value(), 1, 1000000);
+            o.updateEvery = parseInt(arg, args.value(), 1, 1000000);
         } else if (arg == "--quiet") {
             o.quiet = true;
         } else {

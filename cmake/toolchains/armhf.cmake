@@ -35,3 +35,8 @@ set(CMAKE_CXX_STANDARD_INCLUDE_DIRECTORIES "${VELOUR_ARMHF_SYSROOT}/usr/include"
 set(ENV{PKG_CONFIG_LIBDIR}
   "${VELOUR_ARMHF_SYSROOT}/usr/lib/arm-linux-gnueabihf/pkgconfig:${VELOUR_ARMHF_SYSROOT}/usr/share/pkgconfig")
 set(ENV{PKG_CONFIG_SYSROOT_DIR} "${VELOUR_ARMHF_SYSROOT}")
+
+# libbacktrace (beside libutils) names p7zip's 7z.so through a run path of
+# its own, which the linker reads on the host, not in the sysroot.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-rpath-link,${VELOUR_ARMHF_SYSROOT}/usr/lib/p7zip")
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,-rpath-link,${VELOUR_ARMHF_SYSROOT}/usr/lib/p7zip")

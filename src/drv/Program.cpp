@@ -38,6 +38,25 @@ void Program::link(const std::vector<Shader*>& shaders) {
                                 std::string(log, logLength > 0 ? logLength : 0));
 }
 
+void Program::link(const std::string& vertexSource, const std::string& fragmentSource) {
+    Shader vertex, fragment;
+    vertex.setShaderType(GL_VERTEX_SHADER);
+    vertex.setSource(vertexSource);
+    fragment.setShaderType(GL_FRAGMENT_SHADER);
+    fragment.setSource(fragmentSource);
+    try {
+        vertex.compile();
+        fragment.compile();
+        link({&vertex, &fragment});
+    } catch (...) {
+        vertex.close();
+        fragment.close();
+        throw;
+    }
+    vertex.close();
+    fragment.close();
+}
+
 void Program::use() {
     drv::glUseProgram(name);
 }

@@ -20,6 +20,9 @@ class Program : public Labeled, public virtual Openable, public virtual Closeabl
     // (detached even when the link fails). Throws std::invalid_argument with
     // the info log.
     void link(const std::vector<Shader*>& shaders);
+    // Compiles the two sources into shaders of the layer's own, links them and
+    // deletes them again, also when compiling or linking throws.
+    void link(const std::string& vertexSource, const std::string& fragmentSource);
     void use();
     GLint getUniformLocation(const std::string& uniform) const;
     // Copies the values of like-named uniforms of the same type and size from

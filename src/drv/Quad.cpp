@@ -1,5 +1,7 @@
 #include "drv/Quad.h"
 
+#include "drv/StateStore.h"
+
 namespace velour::drv {
 
 void Quad::open() {
@@ -31,6 +33,16 @@ void Quad::open() {
     drv::glBindBuffer(GL_ARRAY_BUFFER, 0);
     drv::glBindVertexArray(0);
     opened = true;
+}
+
+void Quad::reopen() {
+    StateStore store;
+    store.storeVertexArrayBinding();
+    store.storeArrayBufferBinding();
+    store.storeElementArrayBufferBinding();
+    close();
+    open();
+    store.restore();
 }
 
 void Quad::close() {

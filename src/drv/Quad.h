@@ -6,13 +6,16 @@ namespace velour::drv {
 
 // A full-screen (or partial) rectangle: position on attribute location 0,
 // texture coordinate on location 1. Opening it touches the vertex array and
-// buffer bindings; callers wrap it in a state store.
+// buffer bindings; reopen() leaves them as they were.
 class Quad : public Labeled, public virtual Closeable, public virtual Openable {
   public:
     GLenum getNamespace() const override { return GL_VERTEX_ARRAY; }
     void open() override;
     void close() override;
     bool isOpen() const override { return opened; }
+    // Closes and opens again with the current rectangle, keeping the caller's
+    // vertex array and buffer bindings.
+    void reopen();
 
     void bind();
     void unbind();

@@ -1,82 +1,83 @@
 #include "drv/UniformUtils.h"
 
+#include <cstddef>
 #include <cstdio>
+#include <utility>
 
 namespace velour::drv {
 
-void UniformUtils::assignFloat(GLint to, GLuint program, GLint from) {
-    GLfloat v[1] = {};
+namespace {
+
+void readUniform(GLuint program, GLint from, GLfloat* v) {
     drv::glGetUniformfv(program, from, v);
-    drv::glUniform1f(to, v[0]);
 }
-void UniformUtils::assignFloatVec2(GLint to, GLuint program, GLint from) {
-    GLfloat v[2] = {};
-    drv::glGetUniformfv(program, from, v);
-    drv::glUniform2f(to, v[0], v[1]);
-}
-void UniformUtils::assignFloatVec3(GLint to, GLuint program, GLint from) {
-    GLfloat v[3] = {};
-    drv::glGetUniformfv(program, from, v);
-    drv::glUniform3f(to, v[0], v[1], v[2]);
-}
-void UniformUtils::assignFloatVec4(GLint to, GLuint program, GLint from) {
-    GLfloat v[4] = {};
-    drv::glGetUniformfv(program, from, v);
-    drv::glUniform4f(to, v[0], v[1], v[2], v[3]);
-}
-void UniformUtils::assignInt(GLint to, GLuint program, GLint from) {
-    GLint v[1] = {};
+void readUniform(GLuint program, GLint from, GLint* v) {
     drv::glGetUniformiv(program, from, v);
-    drv::glUniform1i(to, v[0]);
 }
-void UniformUtils::assignIntVec2(GLint to, GLuint program, GLint from) {
-    GLint v[2] = {};
-    drv::glGetUniformiv(program, from, v);
-    drv::glUniform2i(to, v[0], v[1]);
-}
-void UniformUtils::assignIntVec3(GLint to, GLuint program, GLint from) {
-    GLint v[3] = {};
-    drv::glGetUniformiv(program, from, v);
-    drv::glUniform3i(to, v[0], v[1], v[2]);
-}
-void UniformUtils::assignIntVec4(GLint to, GLuint program, GLint from) {
-    GLint v[4] = {};
-    drv::glGetUniformiv(program, from, v);
-    drv::glUniform4i(to, v[0], v[1], v[2], v[3]);
-}
-void UniformUtils::assignUnsignedInt(GLint to, GLuint program, GLint from) {
-    GLuint v[1] = {};
+void readUniform(GLuint program, GLint from, GLuint* v) {
     drv::glGetUniformuiv(program, from, v);
-    drv::glUniform1ui(to, v[0]);
-}
-void UniformUtils::assignUnsignedIntVec2(GLint to, GLuint program, GLint from) {
-    GLuint v[2] = {};
-    drv::glGetUniformuiv(program, from, v);
-    drv::glUniform2ui(to, v[0], v[1]);
-}
-void UniformUtils::assignUnsignedIntVec3(GLint to, GLuint program, GLint from) {
-    GLuint v[3] = {};
-    drv::glGetUniformuiv(program, from, v);
-    drv::glUniform3ui(to, v[0], v[1], v[2]);
-}
-void UniformUtils::assignUnsignedIntVec4(GLint to, GLuint program, GLint from) {
-    GLuint v[4] = {};
-    drv::glGetUniformuiv(program, from, v);
-    drv::glUniform4ui(to, v[0], v[1], v[2], v[3]);
 }
 
-namespace {
+template <typename Set, typename T, std::size_t... I>
+void writeEach(Set set, GLint to, const T* v, std::index_sequence<I...>) {
+    set(to, v[I]...);
+}
+
+// Vectors read into a zeroed local and go back element by element.
+template <typename T, std::size_t N, typename Set>
+void assignVector(Set set, GLint to, GLuint program, GLint from) {
+    T v[N] = {};
+    readUniform(program, from, v);
+    writeEach(set, to, v, std::make_index_sequence<N>{});
+}
 
 // Matrices read as N floats and go back with count 1, not transposed.
 template <int N>
 void assignMatrix(void (*set)(GLint, GLsizei, GLboolean, const GLfloat*), GLint to, GLuint program,
                   GLint from) {
     GLfloat v[N] = {};
-    drv::glGetUniformfv(program, from, v);
+    readUniform(program, from, v);
     set(to, 1, GL_FALSE, v);
 }
 
 }  // namespace
+
+void UniformUtils::assignFloat(GLint to, GLuint program, GLint from) {
+    assignVector<GLfloat, 1>(drv::glUniform1f, to, program, from);
+}
+void UniformUtils::assignFloatVec2(GLint to, GLuint program, GLint from) {
+    assignVector<GLfloat, 2>(drv::glUniform2f, to, program, from);
+}
+void UniformUtils::assignFloatVec3(GLint to, GLuint program, GLint from) {
+    assignVector<GLfloat, 3>(drv::glUniform3f, to, program, from);
+}
+void UniformUtils::assignFloatVec4(GLint to, GLuint program, GLint from) {
+    assignVector<GLfloat, 4>(drv::glUniform4f, to, program, from);
+}
+void UniformUtils::assignInt(GLint to, GLuint program, GLint from) {
+    assignVector<GLint, 1>(drv::glUniform1i, to, program, from);
+}
+void UniformUtils::assignIntVec2(GLint to, GLuint program, GLint from) {
+    assignVector<GLint, 2>(drv::glUniform2i, to, program, from);
+}
+void UniformUtils::assignIntVec3(GLint to, GLuint program, GLint from) {
+    assignVector<GLint, 3>(drv::glUniform3i, to, program, from);
+}
+void UniformUtils::assignIntVec4(GLint to, GLuint program, GLint from) {
+    assignVector<GLint, 4>(drv::glUniform4i, to, program, from);
+}
+void UniformUtils::assignUnsignedInt(GLint to, GLuint program, GLint from) {
+    assignVector<GLuint, 1>(drv::glUniform1ui, to, program, from);
+}
+void UniformUtils::assignUnsignedIntVec2(GLint to, GLuint program, GLint from) {
+    assignVector<GLuint, 2>(drv::glUniform2ui, to, program, from);
+}
+void UniformUtils::assignUnsignedIntVec3(GLint to, GLuint program, GLint from) {
+    assignVector<GLuint, 3>(drv::glUniform3ui, to, program, from);
+}
+void UniformUtils::assignUnsignedIntVec4(GLint to, GLuint program, GLint from) {
+    assignVector<GLuint, 4>(drv::glUniform4ui, to, program, from);
+}
 
 void UniformUtils::assignMatrix2fv(GLint to, GLuint program, GLint from) {
     assignMatrix<4>(drv::glUniformMatrix2fv, to, program, from);

@@ -3,7 +3,6 @@
 #include <unordered_map>
 
 #include "ctrl/ctrl.h"
-#include "drv/Shader.h"
 #include "drv/StateStore.h"
 #include "styles/StyleManagerImpl.h"
 #include "velour/utils/Strings.h"
@@ -20,13 +19,6 @@ const char* const DIVIDER_FRAGMENT_SHADER =
 
 // Half the divider's width, in pixels.
 constexpr float DIVIDER_HALF_WIDTH = 6.0f;
-
-// Saves what opening a quad disturbs.
-void storeQuadBindings(drv::StateStore& store) {
-    store.storeVertexArrayBinding();
-    store.storeArrayBufferBinding();
-    store.storeElementArrayBufferBinding();
-}
 
 }  // namespace
 
@@ -77,12 +69,7 @@ void StyleManager::Impl::updateRenderMode() {
     quad.setVertexMaxY(1.0f);
     quad.setTextureMinY(0.0f);
     quad.setTextureMaxY(1.0f);
-
-    drv::StateStore store;
-    storeQuadBindings(store);
-    quad.close();
-    quad.open();
-    store.restore();
+    quad.reopen();
 }
 
 void StyleManager::Impl::updateSurfaceSize() {
@@ -102,33 +89,13 @@ void StyleManager::Impl::updateSurfaceSize() {
 }
 
 void StyleManager::Impl::buildDivider() {
-    drv::Shader vertex, fragment;
-    vertex.setShaderType(GL_VERTEX_SHADER);
-    vertex.setSource(DIVIDER_VERTEX_SHADER);
-    fragment.setShaderType(GL_FRAGMENT_SHADER);
-    fragment.setSource(DIVIDER_FRAGMENT_SHADER);
-    try {
-        vertex.compile();
-        fragment.compile();
-        dividerProgram.open();
-        dividerProgram.link({&vertex, &fragment});
-    } catch (...) {
-        vertex.close();
-        fragment.close();
-        throw;
-    }
-    vertex.close();
-    fragment.close();
-
-    drv::StateStore store;
-    storeQuadBindings(store);
+    dividerProgram.link(DIVIDER_VERTEX_SHADER, DIVIDER_FRAGMENT_SHADER);
     updateSurfaceSize();
     dividerQuad.setVertexMinX(-DIVIDER_HALF_WIDTH / static_cast<float>(width));
     dividerQuad.setVertexMaxX(DIVIDER_HALF_WIDTH / static_cast<float>(width));
     dividerQuad.setVertexMinY(-1.0f);
     dividerQuad.setVertexMaxY(1.0f);
-    dividerQuad.open();
-    store.restore();
+    dividerQuad.reopen();
 }
 
 StyleManager::StyleManager() : impl(new Impl) {}

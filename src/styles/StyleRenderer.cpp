@@ -7,7 +7,6 @@
 #include "core/log.h"
 #include "ctrl/ctrl.h"
 #include "drv/GlUtils.h"
-#include "drv/Shader.h"
 #include "drv/StateStore.h"
 
 namespace velour::styles {
@@ -80,12 +79,7 @@ void StyleRenderer::render() {
         else
             loadSourceShaders(getFramebufferType());
         if (style->getName() == "pixelize") applyPixelizeParameters();
-        drv::StateStore store;
-        store.storeVertexArrayBinding();
-        store.storeArrayBufferBinding();
-        store.storeElementArrayBufferBinding();
-        quad.open();
-        store.restore();
+        quad.reopen();
         loadRequired = false;
     }
     // A refused binary leaves no program: nothing to draw with.
@@ -97,26 +91,7 @@ void StyleRenderer::render() {
 }
 
 void StyleRenderer::loadSourceShaders(ShaderFramebufferType type) {
-    drv::Shader vertex, fragment;
-    vertex.setShaderType(GL_VERTEX_SHADER);
-    vertex.setSource(style->getVertexShaderSource(type));
-    fragment.setShaderType(GL_FRAGMENT_SHADER);
-    fragment.setSource(style->getFragmentShaderSource(type));
-    try {
-        vertex.open();
-        vertex.compile();
-        fragment.open();
-        fragment.compile();
-        program.open();
-        program.link({&vertex, &fragment});
-    } catch (...) {
-        // The shader objects are the layer's own: none is left behind.
-        vertex.close();
-        fragment.close();
-        throw;
-    }
-    vertex.close();
-    fragment.close();
+    program.link(style->getVertexShaderSource(type), style->getFragmentShaderSource(type));
 }
 
 void StyleRenderer::loadBinaryShaders() {
@@ -127,6 +102,8 @@ void StyleRenderer::loadBinaryShaders() {
     program.open();
     drv::glProgramBinary(program.getName(), format, binary.data() + sizeof format,
                          static_cast<GLsizei>(binary.size() - sizeof format));
+    // A format the driver does not know sets an error that is ours, not the game's.
+    if (drv::glGetError) drv::glGetError();
     GLint status = 0;
     drv::glGetProgramiv(program.getName(), GL_LINK_STATUS, &status);
     if (status == 0) program.close();

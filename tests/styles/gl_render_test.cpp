@@ -5,10 +5,12 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "AllocationCounter.h"
 #include "GlSupport.h"
@@ -272,6 +274,30 @@ TEST(FailingStyle, DrawsNothingLeavesStateAndIsRetriedAfterAChangeOfEffect) {
     EXPECT_NO_THROW(styles::renderGuarded(manager));
     EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
     selectEffect("");
+}
+
+// A binary in a format the driver does not know: no program, the frame as
+// the game drew it, and no error left for the game's glGetError.
+TEST(RefusedBinary, LeavesTheFrameAndNoError) {
+    class BinaryStyle : public TestStyle {
+      public:
+        using TestStyle::TestStyle;
+        bool hasBinaryShader() const override { return true; }
+        std::vector<uint8_t> getShaderBinary() override { return {0x34, 0x12, 0, 0, 9, 9, 9, 9}; }
+    };
+    GlContext context(WIDTH, HEIGHT);
+    drawPicture(WIDTH, HEIGHT);
+    styles::StyleManager manager;
+    BinaryStyle style(&manager, "binary", 1.0f);
+    manager.addStyle(&style);
+    selectEffect("binary");
+    const GlState before = snapshot();
+    styles::renderGuarded(manager);
+    EXPECT_EQ(differences(before, snapshot()), "");
+    selectEffect("");
+    EXPECT_EQ(countWrongPixels(
+                  readPixels(WIDTH, HEIGHT), [](int) { return false; }, 0),
+              0);
 }
 
 // A framebuffer whose colour no texture can take (here: none at all) stays as

@@ -7,7 +7,6 @@
 
 #include "GlSupport.h"
 #include "drv/Program.h"
-#include "drv/Shader.h"
 #include "drv/Texture.h"
 
 namespace velour::test {
@@ -28,16 +27,7 @@ std::string fragmentSource(const char* ownUniforms, const char* lastExtra) {
 }
 
 void build(drv::Program& program, const std::string& fragment) {
-    drv::Shader vertex, pixel;
-    vertex.setShaderType(GL_VERTEX_SHADER);
-    vertex.setSource("#version 310 es\nvoid main() { gl_Position = vec4(0.0); }\n");
-    pixel.setShaderType(GL_FRAGMENT_SHADER);
-    pixel.setSource(fragment);
-    vertex.compile();
-    pixel.compile();
-    program.link({&vertex, &pixel});
-    vertex.close();
-    pixel.close();
+    program.link("#version 310 es\nvoid main() { gl_Position = vec4(0.0); }\n", fragment);
 }
 
 TEST(GlObjects, AssignUniformsCopiesLikeNamedUniformsOfTheSameTypeAndSize) {

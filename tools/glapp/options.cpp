@@ -1,6 +1,7 @@
 #include "glapp/options.h"
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 
 namespace glapp {
@@ -14,6 +15,25 @@ int parseInt(const std::string& option, const char* text, int low, int high) {
                          std::to_string(high) + ", not '" + text + "'");
     }
     return static_cast<int>(value);
+}
+
+void parseSize(const std::string& option, const std::string& text, int low, int high, int* width,
+               int* height) {
+    const std::size_t x = text.find('x');
+    if (x == std::string::npos) throw UsageError(option + " wants WxH, not '" + text + "'");
+    *width = parseInt(option, text.substr(0, x).c_str(), low, high);
+    *height = parseInt(option, text.substr(x + 1).c_str(), low, high);
+}
+
+bool Arguments::next() {
+    if (++index >= argc) return false;
+    current = argv[index];
+    return true;
+}
+
+const char* Arguments::value() {
+    if (index + 1 >= argc) throw UsageError(current + " wants a value");
+    return argv[++index];
 }
 
 }  // namespace glapp

@@ -101,29 +101,22 @@ bool inLobby(const std::vector<Phase>& script, int frame) {
 
 Options parseOptions(int argc, char** argv, bool* help) {
     Options o;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        auto value = [&]() -> const char* {
-            if (i + 1 >= argc) throw UsageError(arg + " wants a value");
-            return argv[++i];
-        };
+    glapp::Arguments args(argc, argv);
+    while (args.next()) {
+        const std::string& arg = args.option();
         if (arg == "--help" || arg == "-h") {
             *help = true;
         } else if (arg == "--frames") {
-            o.frames = parseInt(arg, value(), 1, 1000000);
+            o.frames = parseInt(arg, args.value(), 1, 1000000);
         } else if (arg == "--size") {
-            const std::string size = value();
-            const std::size_t x = size.find('x');
-            if (x == std::string::npos) throw UsageError("--size wants WxH, not '" + size + "'");
-            o.width = parseInt(arg, size.substr(0, x).c_str(), kMinSide, kMaxSide);
-            o.height = parseInt(arg, size.substr(x + 1).c_str(), kMinSide, kMaxSide);
+            glapp::parseSize(arg, args.value(), kMinSide, kMaxSide, &o.width, &o.height);
         } else if (arg == "--screenshots") {
-            o.screenshots = value();
+            o.screenshots = args.value();
             if (o.screenshots.empty()) throw UsageError("--screenshots wants a folder");
         } else if (arg == "--shot-every") {
-            o.shotEvery = parseInt(arg, value(), 1, 1000000);
+            o.shotEvery = parseInt(arg, args.value(), 1, 1000000);
         } else if (arg == "--script") {
-            o.script = parseScript(value());
+            o.script = parseScript(args.value());
             o.frames = 0;
             for (const Phase& phase : o.script) o.frames += phase.frames;
         } else if (arg == "--no-hud") {

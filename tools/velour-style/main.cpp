@@ -74,46 +74,39 @@ struct Options {
 
 Options parse(int argc, char** argv) {
     Options o;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        auto value = [&]() -> const char* {
-            if (i + 1 >= argc) throw UsageError(arg + " wants a value");
-            return argv[++i];
-        };
+    glapp::Arguments args(argc, argv);
+    while (args.next()) {
+        const std::string& arg = args.option();
         if (arg == "--help") {
             std::printf(USAGE, VELOUR_DEFAULT_SYSROOT);
             std::exit(0);
         } else if (arg == "--style") {
-            o.style = value();
+            o.style = args.value();
         } else if (arg == "--input") {
-            o.input = value();
+            o.input = args.value();
         } else if (arg == "--demo") {
             o.demo = true;
         } else if (arg == "--output") {
-            o.output = value();
+            o.output = args.value();
         } else if (arg == "--path") {
-            const std::string path = value();
+            const std::string path = args.value();
             if (path != "copy" && path != "fetch") throw UsageError("--path is copy or fetch");
             o.fetch = path == "fetch";
         } else if (arg == "--mode") {
-            o.mode = value();
+            o.mode = args.value();
             if (o.mode != "full" && o.mode != "left_half" && o.mode != "right_half")
                 throw UsageError("--mode is full, left_half or right_half");
         } else if (arg == "--time") {
-            o.time = value();
+            o.time = args.value();
             char* end = nullptr;
             if (std::strtof(o.time.c_str(), &end) < 0.0f || *end != '\0')
                 throw UsageError("--time wants seconds, 0 or more");
         } else if (arg == "--library") {
-            o.library = value();
+            o.library = args.value();
         } else if (arg == "--sysroot") {
-            o.sysroot = value();
+            o.sysroot = args.value();
         } else if (arg == "--size") {
-            const std::string size = value();
-            const auto x = size.find('x');
-            if (x == std::string::npos) throw UsageError("--size wants WxH");
-            o.width = glapp::parseInt(arg, size.substr(0, x).c_str(), 32, 4096);
-            o.height = glapp::parseInt(arg, size.substr(x + 1).c_str(), 32, 4096);
+            glapp::parseSize(arg, args.value(), 32, 4096, &o.width, &o.height);
         } else {
             throw UsageError("unknown option " + arg);
         }

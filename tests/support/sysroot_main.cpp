@@ -3,7 +3,8 @@
 #include "TestSysroot.h"
 
 namespace velour::test {
-// One sysroot for the whole run: the property store is bound on first use.
+// One sysroot for the whole run: the property store is bound on first use,
+// and the tests write their settings and filter files into it.
 TestSysroot* g_sysroot = nullptr;
 }  // namespace velour::test
 
