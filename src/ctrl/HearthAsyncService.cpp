@@ -275,8 +275,9 @@ void HearthAsyncService::sendWeaponToDova(const char* weapon) {
 
 void HearthAsyncService::setTesselFxType(int type) {
     bool known = type >= 0 && size_t(type) < sizeof(EFFECT_NAMES) / sizeof(EFFECT_NAMES[0]);
-    currentEffect = known ? EFFECT_NAMES[type] : "null";
-    PropertyConfig::getInstance().setEffectFromHearth(currentEffect);
+    std::string name = known ? EFFECT_NAMES[type] : "null";
+    currentEffect.set(name);
+    PropertyConfig::getInstance().setEffectFromHearth(name);
 }
 
 void HearthAsyncService::set4DShockType(int type) {

@@ -21,6 +21,8 @@
 #include <thread>
 #include <vector>
 
+#include "ctrl/EffectWord.h"
+
 namespace velour::ctrl {
 
 // The game service daemon's operations, as the layer uses them. Each answers
@@ -98,7 +100,7 @@ class HearthAsyncService : public android::Singleton<HearthAsyncService>, public
 
     // What the callback changes.
     void setTesselFxType(int type);
-    std::string getTesselFxType() const { return currentEffect; }
+    std::string getTesselFxType() const { return currentEffect.get(); }
     void set4DShockType(int type);
 
     // From the death recipient: forget the service, so the next call looks it up.
@@ -120,7 +122,7 @@ class HearthAsyncService : public android::Singleton<HearthAsyncService>, public
     android::sp<android::IBinder::DeathRecipient> deathRecipient;
     pthread_mutex_t mutex;
     android::sp<HearthStatusListener> listener;
-    std::string currentEffect;
+    EffectWord currentEffect;
     bool callbackRegistered = false;
     std::shared_ptr<WorkerPool> workerPool;
     std::once_flag workerPoolBuilt;

@@ -149,17 +149,17 @@ void PropertyConfig::update() {
 
 std::string PropertyConfig::getEffect() {
     poll();
-    return effect;
+    return effect.get();
 }
 
 void PropertyConfig::setEffect(const std::string& name) {
     std::unique_lock<std::shared_mutex> lock(mutex);
     __system_property_set("vendor.nimbo.tessel.effect", name.c_str());
-    effect = name;
+    effect.set(name);
 }
 
 void PropertyConfig::setEffectFromHearth(const std::string& name) {
-    effect = name;
+    effect.set(name);
 }
 
 unsigned PropertyConfig::getRenderMode() {

@@ -5,6 +5,7 @@
 #include <shared_mutex>
 #include <string>
 
+#include "ctrl/EffectWord.h"
 #include "ctrl/GameConfig.h"
 
 struct ini_t;
@@ -48,8 +49,8 @@ class PropertyConfig {
     unsigned getEffectPass();
     void setEffectPass(unsigned pass);
     bool get4DSupport() const { return support4D; }
-    bool get4DSwitch() const { return switch4D; }
-    void set4DSwitchFromHearth(bool on) { switch4D = on; }
+    bool get4DSwitch() const { return switch4D.load(std::memory_order_relaxed); }
+    void set4DSwitchFromHearth(bool on) { switch4D.store(on, std::memory_order_relaxed); }
     std::string getRusData() const { return rusData; }
     std::string get4DRusData() const { return rusData4D; }
     std::string getGameProxy() const;
@@ -66,8 +67,8 @@ class PropertyConfig {
     std::shared_mutex mutex;
     std::atomic<std::int64_t> lastUpdate;
     ini_t* ini;
-    std::string effect;
-    bool switch4D;
+    EffectWord effect;
+    std::atomic<bool> switch4D;
     bool support4D;
     std::string rusData;
     std::string rusData4D;
