@@ -11,7 +11,10 @@
 # shot's frame, and none in a hold-off (the script fires in none). What the
 # rules miss by design (shots inside a hold-off, throttled frames, the
 # first frames of play before the UI buffers are mirrored) is pinned by the
-# fake-driver tests. A run with haptics left off records no message. The
+# fake-driver tests. The reload bar is found only on every 60th frame that the
+# gate lets through, so the script plays 150 frames before the first reload:
+# without the bar, a refilled magazine would read as a shot. A run with
+# haptics left off records no message. The
 # effect is still drawn under the HUD during play.
 set -euo pipefail
 run=$1 demo=$2 hearth=$3
@@ -23,7 +26,7 @@ fail() {
     status=1
 }
 package=com.velour.pubg
-script=lobby:75,play:40,fire:6,play:30,reload:10,play:30,fire:4,pickup:8,play:30,fire:4
+script=lobby:75,play:150,fire:6,play:30,reload:10,play:30,fire:4,pickup:8,play:30,fire:4
 script=$script,switch:10,play:30,fire:6,play:20,lobby:2000
 
 # Starts the demo in `mode` with `variant`; haptics on unless $3 is "off".
