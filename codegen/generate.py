@@ -461,6 +461,12 @@ def gen_hook_thunks(entries):
         if c.returns():
             out.append('    return result;')
         out.append('}')
+        out.append('// The hook in place of the driver: it makes the driver call itself.')
+        out.append(f'template <{c.ret} (*Hook)(GameGLHooks&{hook_params})>')
+        out.append(f'{c.ret} instead_{e.name}({c.decl_params()}) {{')
+        out.append(f'    if (GameGLHooks* hook = currentHook()) return Hook(*hook{hook_args});')
+        out.append(f'    {"return " if c.returns() else ""}{driver};')
+        out.append('}')
         if not c.returns():
             out.append('// The driver only if the hook lets the call through.')
             out.append(f'template <bool (*Hook)(GameGLHooks&{hook_params})>')

@@ -6,8 +6,10 @@
 
 #include "core/context.h"
 #include "core/log.h"
+#include "ctrl/ctrl.h"
 #include "drv/gl.h"
 #include "games/CurrentHook.h"
+#include "games/Pubg4DShockGLHook.h"
 #include "games/PubgGLHooks.h"
 #include "velour/entry_points.h"
 #include "velour/hook_thunks.h"
@@ -262,10 +264,14 @@ bool GameGLHooks::registerGlobalTriggers() {
     }
     switch (game) {
         case 1:
-            // The weapon-haptics class joins here when the service says the
-            // game supports it.
-            PubgGLHooks::registerGlobalTriggers();
-            gameHookFactory = factoryOf<PubgGLHooks>(game);
+            // Weapon haptics where the game service says the game has them.
+            if (ctrl::get4DSupportFlag()) {
+                Pubg4DShockGLHooks::registerGlobalTriggers();
+                gameHookFactory = factoryOf<Pubg4DShockGLHooks>(game);
+            } else {
+                PubgGLHooks::registerGlobalTriggers();
+                gameHookFactory = factoryOf<PubgGLHooks>(game);
+            }
             break;
         case 8:
             PubgInternationalGLHooks::registerGlobalTriggers();

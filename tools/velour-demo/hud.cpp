@@ -141,6 +141,11 @@ GLuint makeTexture(int width, int height, const std::vector<std::uint8_t>& texel
 
 }  // namespace
 
+const char* const* glyphRows(char c) {
+    const int cell = cellOf(c);
+    return cell < 0 ? nullptr : kGlyphs[cell].rows;
+}
+
 Hud::Hud() {
     program_ = buildProgram("hud", shaders::kHudVertex, shaders::kHudFragment);
     viewportLocation_ = uniformLocation(program_, "uViewport");

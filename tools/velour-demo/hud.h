@@ -11,6 +11,10 @@
 
 namespace demo {
 
+// The 5x7 rows of a character of the HUD's font, top row first ('#' is
+// lit), or null for a character it lacks.
+const char* const* glyphRows(char c);
+
 class Hud {
   public:
     Hud();

@@ -7,9 +7,12 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include "glapp/egl_session.h"
@@ -17,6 +20,7 @@
 #include "glapp/options.h"
 #include "scene.h"
 #include "screenshot.h"
+#include "shooter.h"
 
 namespace demo {
 namespace {
@@ -49,6 +53,16 @@ const char kUsage[] =
     "  --script PHASES    play phases in order instead of --frames: each lobby:N or\n"
     "                     play:N, N frames of the menu or of the game\n"
     "                                                         --script lobby:60,play:300,lobby:60\n"
+    "                     with --shooter, play items also: fire:N (N shots, one every\n"
+    "                     5 frames), reload:N, pickup:N (a message slides in over N\n"
+    "                     frames), switch:N (the other weapon; its name fades in)\n"
+    "                                  --script lobby:30,play:30,fire:5,reload:10,fire:3\n"
+    "  --shooter HOW      also draw a shooter's HUD (weapon button, rounds, pickup\n"
+    "                     message, reload bar) from buffers rewritten each frame by\n"
+    "                     HOW: subdata (glBufferSubData) or map (write maps)\n"
+    "  --shots FILE       with --shooter: append \"NANOSECONDS WEAPON\" to FILE for each\n"
+    "                     shot, timed just before the swap of the frame that shows it\n"
+    "  --frame-ms MS      make each frame last at least MS milliseconds (default 0)\n"
     "  --no-hud           draw no HUD, to tell which pixels the HUD covers\n"
     "  --quiet            print the summary line only\n"
     "  --help             print this help\n"
@@ -56,9 +70,16 @@ const char kUsage[] =
     "Every frame depends on its number alone, so two runs give identical images.\n"
     "Exits 0 on success, 1 on an EGL, GL or file failure, 2 on a bad option.\n";
 
+enum class Kind { lobby, play, fire, reload, pickup, weaponSwitch };
+
+// Frames between two shots of a fire item.
+constexpr int kShotGap = 5;
+constexpr int kMagazine = 30;
+
 struct Phase {
-    bool lobby;
+    Kind kind;
     int frames;
+    bool lobby() const { return kind == Kind::lobby; }
 };
 
 struct Options {
@@ -71,6 +92,10 @@ struct Options {
     int shotEvery = 30;
     bool quiet = false;
     bool hud = true;
+    bool shooter = false;
+    ShooterHud::Update update = ShooterHud::Update::subData;
+    std::string shots;
+    int frameMs = 0;
 };
 
 std::vector<Phase> parseScript(const std::string& text) {
@@ -81,23 +106,79 @@ std::vector<Phase> parseScript(const std::string& text) {
         const std::string item = text.substr(start, end - start);
         const std::size_t colon = item.find(':');
         const std::string kind = item.substr(0, colon);
-        if (colon == std::string::npos || (kind != "lobby" && kind != "play"))
-            throw UsageError("--script wants lobby:N or play:N items, not '" + item + "'");
-        phases.push_back(
-            {kind == "lobby", parseInt("--script", item.c_str() + colon + 1, 1, 1000000)});
+        const char* const kinds[] = {"lobby", "play", "fire", "reload", "pickup", "switch"};
+        int found = -1;
+        for (int k = 0; k < 6; ++k)
+            if (kind == kinds[k]) found = k;
+        if (colon == std::string::npos || found < 0)
+            throw UsageError(
+                "--script wants lobby:N, play:N, fire:N, reload:N, pickup:N or "
+                "switch:N items, not '" +
+                item + "'");
+        int count = parseInt("--script", item.c_str() + colon + 1, 1, 1000000);
+        if (found == static_cast<int>(Kind::fire)) count *= kShotGap;
+        phases.push_back({static_cast<Kind>(found), count});
         start = end + 1;
     }
     return phases;
 }
 
-// Whether frame `frame` (from 1) is a lobby frame.
-bool inLobby(const std::vector<Phase>& script, int frame) {
+// The phase of frame `frame` (from 1), and the frame's index in it; play
+// past the script's end.
+std::pair<Phase, int> phaseAt(const std::vector<Phase>& script, int frame) {
     for (const Phase& phase : script) {
-        if (frame <= phase.frames) return phase.lobby;
+        if (frame <= phase.frames) return {phase, frame - 1};
         frame -= phase.frames;
     }
-    return false;
+    return {{Kind::play, 1}, 0};
 }
+
+bool inLobby(const std::vector<Phase>& script, int frame) {
+    return phaseAt(script, frame).first.lobby();
+}
+
+// The shooter's game: what its HUD shows in each frame, as the script plays.
+class Shooter {
+  public:
+    // Advances to frame `frame`; true when a shot is fired in it.
+    bool advance(const std::vector<Phase>& script, int frame) {
+        const auto [phase, k] = phaseAt(script, frame);
+        bool shot = false;
+        state_.pickupY = -1;
+        state_.reload = -1;
+        state_.nameTint = 255;
+        switch (phase.kind) {
+            case Kind::fire:
+                if (k % kShotGap == 0 && rounds_[state_.weapon] > 0) {
+                    --rounds_[state_.weapon];
+                    shot = true;
+                }
+                break;
+            case Kind::reload:
+                state_.reload = static_cast<float>(k + 1) / static_cast<float>(phase.frames);
+                if (k + 1 == phase.frames) rounds_[state_.weapon] = kMagazine;
+                break;
+            case Kind::pickup:
+                // Slides down from the top edge.
+                state_.pickupY =
+                    72.0f * static_cast<float>(k + 1) / static_cast<float>(phase.frames);
+                break;
+            case Kind::weaponSwitch:
+                if (k == 0) state_.weapon ^= 1;
+                state_.nameTint = 55 + 200 * (k + 1) / phase.frames;
+                break;
+            default:
+                break;
+        }
+        state_.rounds = rounds_[state_.weapon];
+        return shot;
+    }
+    const ShooterState& state() const { return state_; }
+
+  private:
+    ShooterState state_;
+    int rounds_[2] = {kMagazine, kMagazine};
+};
 
 Options parseOptions(int argc, char** argv, bool* help) {
     Options o;
@@ -119,6 +200,16 @@ Options parseOptions(int argc, char** argv, bool* help) {
             o.script = parseScript(args.value());
             o.frames = 0;
             for (const Phase& phase : o.script) o.frames += phase.frames;
+        } else if (arg == "--shooter") {
+            const std::string how = value();
+            if (how != "subdata" && how != "map")
+                throw UsageError("--shooter wants subdata or map, not '" + how + "'");
+            o.shooter = true;
+            o.update = how == "map" ? ShooterHud::Update::map : ShooterHud::Update::subData;
+        } else if (arg == "--shots") {
+            o.shots = value();
+        } else if (arg == "--frame-ms") {
+            o.frameMs = parseInt(arg, value(), 0, 10000);
         } else if (arg == "--no-hud") {
             o.hud = false;
         } else if (arg == "--quiet") {
@@ -146,6 +237,17 @@ int run(const Options& o) {
 
     EglSession egl(o.width, o.height);
     Scene scene(o.width, o.height, o.hud);
+    std::unique_ptr<ShooterHud> shooterHud;
+    Shooter shooter;
+    std::ofstream shots;
+    if (o.shooter) {
+        shooterHud = std::make_unique<ShooterHud>(o.update);
+        scene.setOverlay([&] { shooterHud->draw(o.width, o.height, shooter.state()); });
+        if (!o.shots.empty()) {
+            shots.open(o.shots, std::ios::app);
+            if (!shots) throw Failure("cannot open " + o.shots);
+        }
+    }
     if (!o.quiet) {
         const auto* renderer = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
         const auto* version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
@@ -159,9 +261,19 @@ int run(const Options& o) {
     for (int frame = 1; frame <= o.frames; ++frame) {
         const bool shot = !o.screenshots.empty() && (frame % o.shotEvery == 0 || frame == o.frames);
         const Clock::time_point before = Clock::now();
+        const bool fired = o.shooter && shooter.advance(o.script, frame);
         scene.renderFrame(frame, shot, inLobby(o.script, frame));
         inFrame += Clock::now() - before;
+        // A shot's time is that of the swap that shows it.
+        const auto firedAt = std::chrono::system_clock::now();
         egl.swap();
+        if (fired && shots.is_open())
+            shots << std::chrono::duration_cast<std::chrono::nanoseconds>(
+                         firedAt.time_since_epoch())
+                         .count()
+                  << ' ' << ShooterHud::kWeapons[shooter.state().weapon] << std::endl;
+        if (o.frameMs > 0)
+            std::this_thread::sleep_until(before + std::chrono::milliseconds(o.frameMs));
         if (shot) {
             const std::vector<std::uint8_t> pixels = scene.readCapture();
             // Encoding is not rendering: leave it out of the frame rate.

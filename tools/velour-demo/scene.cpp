@@ -527,6 +527,7 @@ void Scene::renderFrame(int frame, bool capture, bool lobby) {
     glBindFramebuffer(GL_FRAMEBUFFER, screen_);
     if (drawHud_)
         hud_->draw(width_, height_, frame, 0.55f + 0.4f * std::sin(2.2f * t), targetVisible_);
+    if (overlay_) overlay_();
     finishFrame(capture);
 }
 

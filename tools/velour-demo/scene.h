@@ -4,7 +4,9 @@
 #include <GLES3/gl32.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "hud.h"
@@ -29,6 +31,9 @@ class Scene {
     std::vector<std::uint8_t> readCapture();
 
     bool hdr() const { return hdr_; }
+
+    // Drawn after the HUD in each frame of play.
+    void setOverlay(std::function<void()> overlay) { overlay_ = std::move(overlay); }
 
   private:
     struct Instance {
@@ -75,6 +80,7 @@ class Scene {
     // What the per-frame uniforms need from updateInstances().
     float targetModel_[16] = {};
     std::unique_ptr<Hud> hud_;
+    std::function<void()> overlay_;
 };
 
 }  // namespace demo

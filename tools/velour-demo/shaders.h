@@ -147,6 +147,35 @@ void main() {
 }
 )";
 
+// The shooter's HUD batches: 40-byte vertices with the texture coordinate at
+// location 0 (byte 0), the position in pixels at location 1 (byte 24) and a
+// colour at location 2 (bytes 32 to 35: red, green, opacity, blue).
+inline constexpr const char* kShooterVertex = R"(#version 300 es
+layout(location = 0) in vec2 aUv;
+layout(location = 1) in vec2 aPosition;  // pixels, origin top left
+layout(location = 2) in vec4 aColor;
+uniform vec2 uViewport;
+out vec2 vUv;
+out vec4 vColor;
+void main() {
+    vUv = aUv;
+    vColor = vec4(aColor.r, aColor.g, aColor.a, aColor.b);
+    gl_Position = vec4(aPosition.x / uViewport.x * 2.0 - 1.0,
+                       1.0 - aPosition.y / uViewport.y * 2.0, 0.0, 1.0);
+}
+)";
+
+inline constexpr const char* kShooterFragment = R"(#version 300 es
+precision mediump float;
+uniform sampler2D uTexture;
+in vec2 vUv;
+in vec4 vColor;
+out vec4 fragColor;
+void main() {
+    fragColor = vec4(vColor.rgb, vColor.a * texture(uTexture, vUv).r);
+}
+)";
+
 #undef VELOUR_DEMO_SCENE_ATTRIBUTES
 
 }  // namespace demo::shaders
