@@ -11,6 +11,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libpng-dev libegl-mesa0 libgl1-mesa-dri
   apitrace piglit
+  clang libclang-rt-dev
 )
 
 missing=()
