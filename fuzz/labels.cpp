@@ -38,8 +38,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                                       LabelTracker::labelText(int(taken), label.data()));
                 break;
             case 2: {
-                unsigned names[2] = {object, unsigned(object) + 1};
-                tracker.forgetObjects(type, length, length > 0 ? names : nullptr);
+                // A glDelete* call: `length` names from `object` on.
+                std::vector<unsigned> names;
+                for (int i = 0; i < length; ++i) names.push_back(object + unsigned(i));
+                tracker.forgetObjects(type, length, names.empty() ? nullptr : names.data());
                 break;
             }
             default:
