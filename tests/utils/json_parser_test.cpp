@@ -89,6 +89,12 @@ TEST(JsonEdition, WithoutAReadableShippedFileTheRootStaysNull) {
     DataFile plain("");
     std::ofstream(plain.path) << versioned("1.0.0", "plain");  // not wrapped
     EXPECT_TRUE(JsonParser("", plain.path, "").getRoot().is<picojson::null>());
+
+    // A folder where the file should be opens, then fails to read.
+    char folder[] = "/tmp/velour-json-folder-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    EXPECT_TRUE(JsonParser("", folder, "").getRoot().is<picojson::null>());
+    rmdir(folder);
 }
 
 JsonParser parsed(const std::string& json) {
