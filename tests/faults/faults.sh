@@ -58,4 +58,7 @@ fault filters-unreadable "f=$etc/defaultFilterConfig.dat; rm \$f && mkdir \$f" "
 fault filters-wrong-shape \
     "printf '%s' \$(printf '{\"config\":7}' | base64 | rev) > $etc/defaultFilterConfig.dat" \
     "section hdrConfig: missing; hdr uses its defaults"
+# No game service: each operation gives its failure value; the data update is
+# asked for once.
+fault service-absent "true" "getRusFile getHrthService fail"
 exit $status
