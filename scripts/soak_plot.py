@@ -23,6 +23,10 @@ def png(path, pixels):
 
 def main(samples_path, png_path):
     rows = [list(map(float, line.split())) for line in open(samples_path) if line.strip()]
+    # A sample whose log window held no counter line carries the last one.
+    for previous, row in zip(rows, rows[1:]):
+        if row[3] == 0:
+            row[1], row[3] = previous[1], previous[3]
     if len(rows) < 2:
         sys.exit("soak: too few samples")
     pixels = [[255] * (3 * W) for _ in range(H)]
@@ -36,9 +40,10 @@ def main(samples_path, png_path):
     for y in range(M, H - M + 1):
         put(M, y, (0, 0, 0))
     t_end = rows[-1][0] or 1
-    # RSS in blue on a scale from 0 to twice its peak; high-water in red, likewise.
-    for column, colour in ((2, (0, 0, 200)), (3, (200, 0, 0))):
-        top = 2 * max(r[column] for r in rows) or 1
+    # RSS in blue at three quarters of the height at its peak; the frame data
+    # high-water mark in red at a third.
+    for column, colour, scale in ((2, (0, 0, 200), 4 / 3), (3, (200, 0, 0), 3)):
+        top = scale * max(r[column] for r in rows) or 1
         last = None
         for r in rows:
             x = M + int((W - 2 * M) * r[0] / t_end)
