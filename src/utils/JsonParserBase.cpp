@@ -116,7 +116,12 @@ bool JsonParserBase::load(const std::string& path, bool fileMode) {
 
 bool JsonParserBase::initialize(const std::string& text, bool fileMode) {
     picojson::value parsed;
-    if (!picojson::parse(parsed, text).empty()) return false;
+    // The parser throws for a number out of double's range (1e999).
+    try {
+        if (!picojson::parse(parsed, text).empty()) return false;
+    } catch (const std::exception&) {
+        return false;
+    }
 
     if (fileMode) {
         root = std::move(parsed);
