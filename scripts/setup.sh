@@ -12,6 +12,7 @@ packages=(
   libpng-dev libegl-mesa0 libgl1-mesa-dri
   apitrace piglit
   glmark2-es2-x11 xvfb xauth
+  clang libclang-rt-dev
 )
 
 missing=()

@@ -8,5 +8,7 @@ build=${VELOUR_BUILD_DIR:-$top/build}
 ctest --test-dir "$build" --output-on-failure
 # The unit tests under the address, undefined-behaviour and thread sanitizers.
 "$top/scripts/test-sanitizers.sh"
+# Each fuzz target briefly over its seed corpus, so that a broken one is noticed.
+"$top/scripts/fuzz.sh" 3
 # The same tests built for 32-bit ARM and run under qemu-arm.
 "$top/scripts/test-armhf.sh"

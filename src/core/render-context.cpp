@@ -297,13 +297,17 @@ EGLBoolean deferred::makeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface
                 makeCurrentOnWorker(executor, display, draw, read, EGL_NO_CONTEXT);
         }
         EGLContext bound = tlglobals.renderContext ? tlglobals.renderContext->context : nullptr;
-        // The map is expected to stay still while a thread unbinds: no lock.
-        auto it = core::context.renderContexts.find(bound);
-        if (it != core::context.renderContexts.end()) {
-            it->second.current = false;
-            if (it->second.renderContext->pendingDestroy) {
-                hijack::eglDestroyContext(display, bound);
-                core::context.renderContexts.erase(it);
+        // A loading thread or the platform's own renderer may create or
+        // destroy a context meanwhile; unbinds are rare, so the lock is cheap.
+        if (bound) {
+            std::lock_guard<std::mutex> lock(core::context.renderContextMutex);
+            auto it = core::context.renderContexts.find(bound);
+            if (it != core::context.renderContexts.end()) {
+                it->second.current = false;
+                if (it->second.renderContext->pendingDestroy) {
+                    hijack::eglDestroyContext(display, bound);
+                    core::context.renderContexts.erase(it);
+                }
             }
         }
         tlglobals = ThreadGlobals{nullptr, nullptr};

@@ -18,7 +18,11 @@ namespace {
 // The service client logs to the platform log directly, with no tag.
 template <typename... Args>
 void serviceLog(const char* format, Args... args) {
-    __android_log_print(ANDROID_LOG_ERROR, nullptr, format, args...);
+    // A message without arguments is printed as it stands.
+    if constexpr (sizeof...(args) == 0)
+        __android_log_print(ANDROID_LOG_ERROR, nullptr, "%s", format);
+    else
+        __android_log_print(ANDROID_LOG_ERROR, nullptr, format, args...);
 }
 
 const android::String16& serviceDescriptor() {

@@ -94,7 +94,13 @@ bool JsonParserBase::load(const std::string& path, bool fileMode) {
 
     std::string text;
     if (fileMode) {
-        text.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+        // A folder opens but fails its first read, by an exception from the
+        // stream that must not reach the game.
+        try {
+            text.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+        } catch (const std::exception&) {
+            return false;
+        }
     } else {
         if (updateText.size() < MIN_UPDATE_SIZE) return false;
         text = updateText;
@@ -110,7 +116,12 @@ bool JsonParserBase::load(const std::string& path, bool fileMode) {
 
 bool JsonParserBase::initialize(const std::string& text, bool fileMode) {
     picojson::value parsed;
-    if (!picojson::parse(parsed, text).empty()) return false;
+    // The parser throws for a number out of double's range (1e999).
+    try {
+        if (!picojson::parse(parsed, text).empty()) return false;
+    } catch (const std::exception&) {
+        return false;
+    }
 
     if (fileMode) {
         root = std::move(parsed);

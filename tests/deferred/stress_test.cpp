@@ -34,7 +34,7 @@ void frame(int i, std::atomic<GLsync>& published) {
 TEST_F(Deferred, ManyThreadsAndContexts) {
     core::context.gameConfig.runtimeMode = core::MODE_DEFERRED;
     std::atomic<GLsync> fences[THREADS] = {};
-    std::atomic<int> ready{0}, unbound{0};
+    std::atomic<int> ready{0};
     auto waitFor = [](std::atomic<int>& count) {
         while (count < THREADS) std::this_thread::yield();
     };
@@ -60,10 +60,6 @@ TEST_F(Deferred, ManyThreadsAndContexts) {
             }
             core::egl::deferred::makeCurrent(display(), EGL_NO_SURFACE, EGL_NO_SURFACE,
                                              EGL_NO_CONTEXT);
-            // An unbind reads the context map without the lock, so no thread
-            // creates or destroys while another unbinds.
-            unbound++;
-            waitFor(unbound);
             core::egl::deferred::destroyContext(display(), context);
         });
     }
@@ -92,6 +88,41 @@ TEST_F(Deferred, ContextDestroyedWhileBoundOnAnotherThread) {
         owner.join();
     }
     EXPECT_EQ(fake::callsOf("glClear").size(), 20u * 50u) << "the destroy replayed everything";
+}
+
+// A loading thread creates and destroys contexts, enough at a time to grow
+// the map, while the game's thread binds and unbinds its own.
+TEST_F(Deferred, UnbindWhileAnotherThreadCreatesAndDestroys) {
+    constexpr int ROUNDS = 300;
+    constexpr int BATCH = 40;
+    core::context.gameConfig.runtimeMode = core::MODE_IMMEDIATE;
+    std::atomic<bool> done{false};
+    std::thread loader([&] {
+        std::vector<EGLContext> made;
+        while (!done) {
+            for (int i = 0; i < BATCH; ++i)
+                made.push_back(core::egl::deferred::createContext(display(), nullptr,
+                                                                  EGL_NO_CONTEXT, nullptr));
+            for (EGLContext c : made) core::egl::deferred::destroyContext(display(), c);
+            made.clear();
+        }
+    });
+    EGLContext own =
+        core::egl::deferred::createContext(display(), nullptr, EGL_NO_CONTEXT, nullptr);
+    for (int i = 0; i < ROUNDS; ++i) {
+        ASSERT_EQ(core::egl::deferred::makeCurrent(display(), surfaceOf(1), surfaceOf(1), own),
+                  EGL_TRUE);
+        ASSERT_EQ(core::egl::deferred::makeCurrent(display(), EGL_NO_SURFACE, EGL_NO_SURFACE,
+                                                   EGL_NO_CONTEXT),
+                  EGL_TRUE);
+        ASSERT_EQ(core::tlglobals.renderContext, nullptr);
+    }
+    done = true;
+    loader.join();
+    std::lock_guard<std::mutex> lock(core::context.renderContextMutex);
+    ASSERT_EQ(core::context.renderContexts.size(), 1u);
+    EXPECT_FALSE(core::context.renderContexts.at(own).current);
+    core::context.renderContexts.clear();
 }
 
 }  // namespace

@@ -172,6 +172,10 @@ TEST_F(ServiceTest, HostileRepliesGiveTheFailureValues) {
     EXPECT_EQ(client->get4DRusFile(PACKAGE), "");
     next(Bytes().i32(-1));
     EXPECT_FALSE(client->get4DSupport(PACKAGE));
+    // A reply header of a size that is no whole number of words, followed by
+    // what reads as the text "A" one byte on.
+    next(Bytes().i32(-128).i32(5).i32(0x100).i32(0x4100).i32(0));
+    EXPECT_EQ(client->getRusFile(PACKAGE), "");
     EXPECT_EQ(client->getVelourSupported(PACKAGE), 1) << "a sound reply after all that";
 }
 

@@ -89,6 +89,20 @@ TEST(JsonEdition, WithoutAReadableShippedFileTheRootStaysNull) {
     DataFile plain("");
     std::ofstream(plain.path) << versioned("1.0.0", "plain");  // not wrapped
     EXPECT_TRUE(JsonParser("", plain.path, "").getRoot().is<picojson::null>());
+
+    // A number out of range is refused, in either mode, and keeps the document.
+    JsonParser huge;
+    EXPECT_FALSE(huge.initialize("{\"value\":1e999}", true));
+    EXPECT_TRUE(huge.getRoot().is<picojson::null>());
+    EXPECT_TRUE(huge.initialize(versioned("1.0.0", "plain"), true));
+    EXPECT_FALSE(huge.initialize("{\"version\":\"2.0.0\",\"value\":-1e999}", false));
+    EXPECT_EQ(markerOf(huge), "plain");
+
+    // A folder where the file should be opens, then fails to read.
+    char folder[] = "/tmp/velour-json-folder-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    EXPECT_TRUE(JsonParser("", folder, "").getRoot().is<picojson::null>());
+    rmdir(folder);
 }
 
 JsonParser parsed(const std::string& json) {

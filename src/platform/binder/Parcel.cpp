@@ -426,7 +426,10 @@ int32_t Parcel::readExceptionCode() const {
         // A header of its own length precedes the result: skip it.
         size_t start = mDataPos;
         int32_t headerSize = readInt32();
-        if (headerSize < 0 || size_t(headerSize) > mDataSize - start) return UNKNOWN_ERROR;
+        // Parcel data is read in 4-byte words: a header of another size
+        // would leave every later read misaligned.
+        if (headerSize < 0 || headerSize % 4 != 0 || size_t(headerSize) > mDataSize - start)
+            return UNKNOWN_ERROR;
         setDataPosition(start + size_t(headerSize));
         return 0;
     }
