@@ -201,15 +201,15 @@ Options parseOptions(int argc, char** argv, bool* help) {
             o.frames = 0;
             for (const Phase& phase : o.script) o.frames += phase.frames;
         } else if (arg == "--shooter") {
-            const std::string how = value();
+            const std::string how = args.value();
             if (how != "subdata" && how != "map")
                 throw UsageError("--shooter wants subdata or map, not '" + how + "'");
             o.shooter = true;
             o.update = how == "map" ? ShooterHud::Update::map : ShooterHud::Update::subData;
         } else if (arg == "--shots") {
-            o.shots = value();
+            o.shots = args.value();
         } else if (arg == "--frame-ms") {
-            o.frameMs = parseInt(arg, value(), 0, 10000);
+            o.frameMs = parseInt(arg, args.value(), 0, 10000);
         } else if (arg == "--no-hud") {
             o.hud = false;
         } else if (arg == "--quiet") {
