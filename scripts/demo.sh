@@ -3,9 +3,9 @@
 # the layer (loaded as the platform's loader loads it) in the deferred mode and
 # the hooks-only mode, with screenshots; prints frame rates side by side and
 # whether every frame is identical to the direct run's. Then, in each mode, runs
-# it with the reference game service and switches the effect while it runs.
-# Last, the demo as game 1 with a lobby, play and a lobby again: the effect
-# must show in the play frames only.
+# it as game 1 in play with the reference game service and switches the effect
+# while it runs. Last, the demo as game 1 with a lobby, play and a lobby again:
+# the effect must show in the play frames only.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 build=${VELOUR_BUILD_DIR:-$top/build}
@@ -21,7 +21,7 @@ runs velour-demo directly and through velour-run --mode N for each mode
 screenshot every 30 frames into a folder under /tmp, and prints frames per
 second and render-thread ms per frame of each run and whether its frames are
 identical, byte for byte, to the direct run's. Exits 1 if any frame differs or
-a run fails. Then runs the demo once more in each mode with the game service
+a run fails. Then runs the demo once more in each mode, as game 1 in play, with the game service
 (velour-run --effect hdr) and switches its effect with velour-hearth while it
 runs, and prints the effects the game received.
 
