@@ -108,7 +108,7 @@ declare -A switched
 for mode in $modes; do
     sysroot=$shots/service-sysroot-$mode log=$shots/service-mode$mode.log
     "$run" --sysroot "$sysroot" --package com.velour.pubg --mode "$mode" --effect hdr -- \
-        "$demo" --script play:1000000 --size "$size" --quiet --shot-every 30 \
+        "$demo" --script play:1000000 --size "$size" --quiet --shot-every 10 \
         --screenshots "$shots/service-mode$mode" >"$log" 2>&1 &
     game=$!
     for _ in $(seq 300); do
