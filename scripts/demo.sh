@@ -3,9 +3,9 @@
 # the layer (loaded as the platform's loader loads it) in the deferred mode and
 # the hooks-only mode, with screenshots; prints frame rates side by side and
 # whether every frame is identical to the direct run's. Then, in each mode, runs
-# it with the reference game service and switches the effect while it runs.
-# Last, the demo as game 1 with a lobby, play and a lobby again: the effect
-# must show in the play frames only.
+# it as game 1 in play with the reference game service and switches the effect
+# while it runs. Last, the demo as game 1 with a lobby, play and a lobby again:
+# the effect must show in the play frames only.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 build=${VELOUR_BUILD_DIR:-$top/build}
@@ -21,7 +21,7 @@ runs velour-demo directly and through velour-run --mode N for each mode
 screenshot every 30 frames into a folder under /tmp, and prints frames per
 second and render-thread ms per frame of each run and whether its frames are
 identical, byte for byte, to the direct run's. Exits 1 if any frame differs or
-a run fails. Then runs the demo once more in each mode with the game service
+a run fails. Then runs the demo once more in each mode, as game 1 in play, with the game service
 (velour-run --effect hdr) and switches its effect with velour-hearth while it
 runs, and prints the effects the game received.
 
@@ -100,16 +100,18 @@ for mode in $modes; do
     fi
 done
 
-# The game service: started with "hdr", switched twice while the demo runs. The
-# game logs each callback it gets; those lines are the proof of the switch.
+# The game service: the demo as game 1 in play, started with "hdr" and switched
+# twice while it runs. The game logs each callback it gets; those lines are the
+# proof of the switch, and the shots in service-modeN show the picture change.
 hearth=$build/tools/hearth/velour-hearth
 declare -A switched
 for mode in $modes; do
     sysroot=$shots/service-sysroot-$mode log=$shots/service-mode$mode.log
-    "$run" --sysroot "$sysroot" --package com.velour.demo --mode "$mode" --effect hdr -- \
-        "$demo" --frames 100000 --size "$size" --quiet >"$log" 2>&1 &
+    "$run" --sysroot "$sysroot" --package com.velour.pubg --mode "$mode" --effect hdr -- \
+        "$demo" --script play:1000000 --size "$size" --quiet --shot-every 10 \
+        --screenshots "$shots/service-mode$mode" >"$log" 2>&1 &
     game=$!
-    for _ in $(seq 100); do
+    for _ in $(seq 300); do
         [ "$(VELOUR_SYSROOT=$sysroot "$hearth" listeners 2>/dev/null)" = 1 ] && break
         sleep 0.1
     done
@@ -120,7 +122,8 @@ for mode in $modes; do
     sleep 0.5
     kill -TERM "$game" 2>/dev/null || true
     wait "$game" 2>/dev/null || true
-    got=$(sed -n 's/.*I got the callback type = \([0-9]*\).*/\1/p' "$log" | tr '\n' ' ')
+    got=$(sed -n 's/.*I got the callback type = \([0-9]*\), config = \([a-z_]*\).*/\1/p' "$log" |
+        tr '\n' ' ')
     switched[$mode]=${got:-none}
     [ "$got" = "3 6 2 " ] || status=1
 done
@@ -155,7 +158,8 @@ for mode in $modes; do
 done
 
 echo
-echo "velour-demo, $size, $frames frames, screenshots every 30 frames and the last"
+echo "velour-demo as com.velour.demo (game 0: no effect, frames must equal direct),"
+echo "$size, $frames frames, screenshots every 30 frames and the last"
 printf '%-9s %8s %24s   %s\n' run fps "render-thread ms/frame" "frames"
 for name in "${labels[@]}"; do
     label=$name
@@ -163,13 +167,22 @@ for name in "${labels[@]}"; do
     printf '%-9s %8s %24s   %s\n' "$label" "${fps[$name]}" "${ms[$name]}" "${frames_result[$name]}"
 done
 echo
-echo "with the game service: effect types the game received (3 hdr at start, then 6 pixelize, 2 cel_shading)"
+echo "with the game service, as game 1 in play: effect types the game received"
+echo "(3 hdr at start, then switched by velour-hearth to 6 pixelize, 2 cel_shading)"
 for mode in $modes; do
-    printf 'mode %-4s %s\n' "$mode" "${switched[$mode]}"
+    case ${switched[$mode]} in
+    "3 6 2 ") verdict="switched twice" ;;
+    *) verdict="NOT SWITCHED as asked" ;;
+    esac
+    printf 'mode %-4s %-8s %s   shots in %s\n' "$mode" "${switched[$mode]}" "$verdict" \
+        "$shots/service-mode$mode"
 done
 echo
-echo "as game 1 with color_invert, $script (the style lands under the HUD during play)"
+echo "as game 1 (com.velour.pubg) with the effect color_invert, $script"
+echo "(the effect lands under the HUD during play; lobby frames equal direct)"
 for mode in $modes; do
     printf 'mode %-4s %s\n' "$mode" "${game_result[$mode]}"
 done
+echo
+echo "screenshots and logs in $shots"
 exit "$status"
