@@ -2,9 +2,15 @@
 // StyleManager against a bare program that does the same copy (or fetch) and
 // draw with no state saved, no capture look-up and no binds beyond its own.
 // Each iteration ends with glFinish, so the figures are whole frames of work.
+// Then each style of libtessel.so through the layer, against a frame whose
+// effect names no style: the difference is what the style adds to a frame.
 
+#include <EGL/egl.h>
 #include <benchmark/benchmark.h>
+#include <dlfcn.h>
 
+#include <cstdio>
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -13,6 +19,7 @@
 #include "TestSysroot.h"
 #include "ctrl/PropertyConfig.h"
 #include "styles/RenderGuard.h"
+#include "velour/entry_points.h"
 
 using namespace velour;
 
@@ -131,7 +138,58 @@ void layer(benchmark::State& state, bool fetch, Size size) {
     }
 }
 
-void registerAll() {
+// The styles of the effect library, and "null", which names none: the frame
+// with no effect that each style is measured against.
+const char* const TESSEL_STYLES[] = {"null",     "color_invert",     "cel_shading",
+                                     "hdr",      "old_movie",        "night_vision",
+                                     "pixelize", "gamma_correction", "edge_detection"};
+using Initialize = void (*)(styles::StyleManager*);
+Initialize g_initialize = nullptr;
+
+// On the copy path the driver's framebuffer-fetch extensions are hidden from
+// the layer, so that the renderer copies the frame as a driver without them.
+bool g_hideFetch = false;
+const GLubyte* GL_APIENTRY hidingGetStringi(GLenum name, GLuint index) {
+    const GLubyte* text = glGetStringi(name, index);
+    if (g_hideFetch && name == GL_EXTENSIONS && text &&
+        std::strstr(reinterpret_cast<const char*>(text), "shader_framebuffer_fetch"))
+        return reinterpret_cast<const GLubyte*>("GL_VELOUR_hidden_extension");
+    return text;
+}
+void* hidingLookUp(void*, const char* name) {
+    if (std::strcmp(name, "glGetStringi") == 0) return reinterpret_cast<void*>(hidingGetStringi);
+    return reinterpret_cast<void*>(eglGetProcAddress(name));
+}
+
+void tessel(benchmark::State& state, bool fetch, Size size, const char* style) {
+    test::GlContext context(size.width, size.height);
+    g_hideFetch = !fetch;
+    drv::initRealGL(nullptr, hidingLookUp);
+    test::drawPicture(size.width, size.height);
+    styles::StyleManager manager;
+    g_initialize(&manager);
+    ctrl::PropertyConfig::getInstance().setEffect(style);
+    styles::renderGuarded(manager);  // builds the program, quad and capture texture
+    glFinish();
+    for (auto _ : state) {
+        styles::renderGuarded(manager);
+        glFinish();
+    }
+}
+
+// The effect library as the layer finds it on the device. The program exports
+// the layer's surface, so the library binds to this copy of it.
+bool loadTessel(test::TestSysroot& sysroot) {
+    const std::string dat = "/odm/etc/tesselfx/defaultFilterConfig.dat";
+    sysroot.write(dat, test::readFile(VELOUR_BUILT_SYSROOT + dat));
+    void* library = dlopen(VELOUR_BUILT_SYSROOT "/odm/lib/libtessel.so", RTLD_NOW);
+    if (library) g_initialize = reinterpret_cast<Initialize>(dlsym(library, "Tessel_Initialize"));
+    if (!g_initialize)
+        std::fprintf(stderr, "no libtessel.so, its styles are left out: %s\n", dlerror());
+    return g_initialize != nullptr;
+}
+
+void registerAll(bool withTessel) {
     for (const Size& size : SIZES)
         for (bool fetch : {false, true}) {
             const std::string suffix = std::string(fetch ? "Fetch/" : "Copy/") +
@@ -143,6 +201,12 @@ void registerAll() {
             benchmark::RegisterBenchmark(("Layer" + suffix).c_str(), layer, fetch, size)
                 ->Unit(benchmark::kMillisecond)
                 ->UseRealTime();
+            if (!withTessel) continue;
+            for (const char* style : TESSEL_STYLES)
+                benchmark::RegisterBenchmark(("Style/" + std::string(style) + "/" + suffix).c_str(),
+                                             tessel, fetch, size, style)
+                    ->Unit(benchmark::kMillisecond)
+                    ->UseRealTime();
         }
 }
 
@@ -150,7 +214,7 @@ void registerAll() {
 
 int main(int argc, char** argv) {
     test::TestSysroot sysroot;
-    registerAll();
+    registerAll(loadTessel(sysroot));
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
