@@ -1,15 +1,39 @@
-// The program's allocator, counting on a thread that asks for it. Kept in a
-// file of its own so that no caller sees these bodies inlined.
+// The program's allocator, counting the allocations of one thread while asked.
+// Kept in a file of its own so that no caller sees these bodies inlined. Plain
+// atomics rather than thread-locals: the sanitizer builds reach operator new
+// before a thread-local of the test program is ready.
+#include <pthread.h>
+
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
 namespace velour::test {
-thread_local bool countAllocations = false;
-thread_local int allocationCount = 0;
+
+namespace {
+std::atomic<bool> counting{false};
+std::atomic<pthread_t> countingThread{};
+std::atomic<int> allocations{0};
+}  // namespace
+
+void startCountingAllocations() {
+    allocations = 0;
+    countingThread = pthread_self();
+    counting = true;
+}
+
+int stopCountingAllocations() {
+    counting = false;
+    return allocations;
+}
+
 }  // namespace velour::test
 
 void* operator new(std::size_t size) {
-    if (velour::test::countAllocations) ++velour::test::allocationCount;
+    using namespace velour::test;
+    if (counting.load(std::memory_order_relaxed) &&
+        pthread_equal(countingThread.load(std::memory_order_relaxed), pthread_self()))
+        allocations.fetch_add(1, std::memory_order_relaxed);
     if (void* p = std::malloc(size ? size : 1)) return p;
     throw std::bad_alloc();
 }

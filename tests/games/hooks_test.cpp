@@ -12,9 +12,9 @@ using namespace velour;
 using test::HookFixture;
 
 namespace velour::test {
-// Counted on this thread while countAllocations is set (allocations.cpp).
-extern thread_local bool countAllocations;
-extern thread_local int allocationCount;
+// Counts this thread's allocations in between (allocations.cpp).
+void startCountingAllocations();
+int stopCountingAllocations();
 }  // namespace velour::test
 
 namespace {
@@ -294,11 +294,9 @@ TEST_F(Contract, ADrawsHookPathAllocatesNothingAndCallsNoDriverFunction) {
         fake::clearCalls();
         // The slot calls drv::, which the fake would record: a plain function here.
         drv::glDrawArrays = &countingDraw;
-        test::countAllocations = true;
-        test::allocationCount = 0;
+        test::startCountingAllocations();
         for (int i = 0; i < 100; ++i) hijack::glDrawArrays(GL_TRIANGLES, 0, 3);
-        test::countAllocations = false;
-        EXPECT_EQ(test::allocationCount, 0) << game;
+        EXPECT_EQ(test::stopCountingAllocations(), 0) << game;
         EXPECT_TRUE(fake::calls().empty()) << game;
         EXPECT_EQ(hook->drawCount, 100u);
         TearDown();

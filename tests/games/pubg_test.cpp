@@ -271,6 +271,7 @@ TEST_P(Pubg, LabelTextsFollowTheirLength) {
     start(GetParam());
     const char unterminated[] = {'H', 'U', 'D', '_', 'F', 'o', 'n', 't'};
     const char longer[] = "HUD_Font and more";
+    const std::string huge(70000, 'x');
     const LabelCase cases[] = {
         {"terminated, length 0", 0, "HUD_Font", "HUD_Font"},
         {"terminated, length -1", -1, "HUD_Font", "HUD_Font"},
@@ -281,7 +282,7 @@ TEST_P(Pubg, LabelTextsFollowTheirLength) {
         {"a length inside the terminator's reach", 9, "HUD_Font", nullptr},
         {"empty", 0, "", nullptr},
         {"null", 4, nullptr, nullptr},
-        {"a label far over any limit", -1, std::string(70000, 'x').c_str(), nullptr},
+        {"a label far over any limit", -1, huge.c_str(), nullptr},
     };
     auto& hud = GetParam() == 1 ? games::PubgGLHooks::_hudLabels
                                 : games::PubgInternationalGLHooks::_hudLabels;
