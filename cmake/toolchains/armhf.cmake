@@ -36,7 +36,12 @@ set(ENV{PKG_CONFIG_LIBDIR}
   "${VELOUR_ARMHF_SYSROOT}/usr/lib/arm-linux-gnueabihf/pkgconfig:${VELOUR_ARMHF_SYSROOT}/usr/share/pkgconfig")
 set(ENV{PKG_CONFIG_SYSROOT_DIR} "${VELOUR_ARMHF_SYSROOT}")
 
-# libbacktrace (beside libutils) names p7zip's 7z.so through a run path of
-# its own, which the linker reads on the host, not in the sysroot.
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-rpath-link,${VELOUR_ARMHF_SYSROOT}/usr/lib/p7zip")
-set(CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,-rpath-link,${VELOUR_ARMHF_SYSROOT}/usr/lib/p7zip")
+# libutils names libcutils and libbacktrace, and libbacktrace p7zip's 7z.so,
+# through run paths of their own, which the linker reads on the host, not in
+# the sysroot: it is told both folders.
+set(VELOUR_ARMHF_RPATH_LINK
+  "-Wl,-rpath-link,${VELOUR_ARMHF_SYSROOT}/usr/lib/arm-linux-gnueabihf/android"
+  "-Wl,-rpath-link,${VELOUR_ARMHF_SYSROOT}/usr/lib/p7zip")
+string(JOIN " " VELOUR_ARMHF_RPATH_LINK ${VELOUR_ARMHF_RPATH_LINK})
+set(CMAKE_EXE_LINKER_FLAGS_INIT "${VELOUR_ARMHF_RPATH_LINK}")
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "${VELOUR_ARMHF_RPATH_LINK}")
