@@ -23,7 +23,10 @@ fi
 
 # Only what the cross build leaves out is worth reading from the configure step.
 cmake --preset armhf | { grep -E "left out|not built" || true; }
-cmake --build --preset armhf
+# The build runs the armhf velour-dat to wrap the sysroot's data files; its
+# libutils finds its own libraries only through this path under emulation.
+sysroot_libs="$top/build-armhf-sysroot/usr/lib/arm-linux-gnueabihf/android:$top/build-armhf-sysroot/usr/lib/p7zip"
+LD_LIBRARY_PATH="$sysroot_libs${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}" cmake --build --preset armhf
 
 # The tests start armhf programs of their own, which only a private binfmt
 # registration lets run (see armhf-run.sh).
