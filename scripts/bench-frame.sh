@@ -8,7 +8,7 @@ set -euo pipefail
 usage() {
   cat <<'EOF'
 usage: scripts/bench-frame.sh [--frames N] [--draws N] [--game-work N] [--rounds N]
-                              [--keep DIR]
+                              [--keep DIR] [--buffers LIST]
 
   --frames N     measured frames per run (default 300, after 120 unmeasured)
   --draws N      draws per frame (default 3000)
@@ -16,6 +16,8 @@ usage: scripts/bench-frame.sh [--frames N] [--draws N] [--game-work N] [--rounds
   --rounds N     run all five ways N times, interleaved, and report medians
                  (default 1)
   --keep DIR     keep the layer runs' sysroots (and their logs) under DIR
+  --buffers LIST also run mode 0 with each job buffer count of LIST (e.g. "1 4"),
+                 set by both queue keys, to compare with the host default
 
 Environment: VELOUR_BUILD_DIR (default build/); LP_NUM_THREADS (default 0);
 GLIBC_TUNABLES (unset: no heap trimming; set it empty for glibc's defaults).
@@ -29,6 +31,7 @@ draws=3000
 game_work=
 rounds=1
 keep=
+buffers=
 while [ $# -gt 0 ]; do
   case $1 in
     --frames) frames=${2:?--frames wants a number}; shift 2 ;;
@@ -36,11 +39,12 @@ while [ $# -gt 0 ]; do
     --game-work) game_work=${2:?--game-work wants a number}; shift 2 ;;
     --rounds) rounds=${2:?--rounds wants a number}; shift 2 ;;
     --keep) keep=${2:?--keep wants a folder}; shift 2 ;;
+    --buffers) buffers=${2:?--buffers wants a list}; shift 2 ;;
     -h|--help) usage; exit 0 ;;
     *) echo "bench-frame.sh: unknown option '$1'" >&2; usage >&2; exit 2 ;;
   esac
 done
-for n in "$frames" "$draws" "$rounds" ${game_work:+"$game_work"}; do
+for n in "$frames" "$draws" "$rounds" ${game_work:+"$game_work"} $buffers; do
   case $n in ''|*[!0-9]*) echo "bench-frame.sh: '$n' is not a whole number" >&2; exit 2 ;; esac
 done
 
@@ -75,6 +79,10 @@ args=(--frames "$frames" --draws "$draws" --quiet)
 ways=(direct glthread mode0 mode1 mode3)
 declare -A label=([direct]="direct" [glthread]="Mesa glthread" [mode0]="layer mode 0"
                   [mode1]="layer mode 1" [mode3]="layer mode 3")
+for n in $buffers; do
+  ways+=("mode0q$n")
+  label[mode0q$n]="mode 0, $n buf"
+done
 
 # Per frame, from the layer's counter lines, from the first line at least one
 # counting interval past the layer's warm-up (frame 100) to the last:
@@ -111,8 +119,14 @@ run_way() {
     glthread) out=$(mesa_glthread=true "$bench" "${args[@]}" 2>"$err") ;;
     mode*)
       sysroot=$work/$way-$round
-      out=$("$run" --package com.velour.demo --mode "${way#mode}" --sysroot "$sysroot" \
-        --prop vendor.nimbo.orlo.log.level=5 -- "$bench" "${args[@]}" 2>"$err") ;;
+      local mode=${way#mode} props=(--prop vendor.nimbo.orlo.log.level=5)
+      if [[ $mode == *q* ]]; then
+        props+=(--prop "vendor.nimbo.orlo.de.job_queue_count=${mode#*q}"
+                --prop "vendor.nimbo.de.job_queue_count=${mode#*q}")
+        mode=${mode%%q*}
+      fi
+      out=$("$run" --package com.velour.demo --mode "$mode" --sysroot "$sysroot" \
+        "${props[@]}" -- "$bench" "${args[@]}" 2>"$err") ;;
   esac || true
   line=$(printf '%s\n' "$out" | grep '^fps=' | tail -n 1)
   if [ -z "$line" ]; then
