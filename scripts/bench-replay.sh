@@ -29,10 +29,9 @@ build=${VELOUR_BUILD_DIR:-$top/build}
 rounds=3
 nframes=600
 traces=
-# The first three draw like games, 50 to 220 times a frame; the rest draw 1 to
-# 8 times, too few for the layer ever to leave its warm-up.
-scenes="ideas pulsar:quads=100 desktop:windows=24 texture terrain jellyfish
-buffer:update-method=map"
+# The first three draw like games, 100 to 300 times a frame; the last two
+# draw once or twice, too few for the layer ever to leave its warm-up.
+scenes="ideas pulsar:quads=100 desktop:effect=shadow:windows=24 jellyfish buffer:update-method=map"
 while [ $# -gt 0 ]; do
   case $1 in
     --rounds) rounds=${2:?--rounds wants a number}; shift 2 ;;
@@ -77,7 +76,7 @@ for scene in $scenes; do
   [ -s "$trace" ] && continue
   # Captured without the layer; glmark2 needs a window system, xvfb gives one.
   if ! xvfb-run -a -s "-screen 0 800x600x24" apitrace trace --api egl -o "$trace" \
-      glmark2-es2 -s 320x240 -b "$scene:nframes=$nframes" >"$work/capture.log" 2>&1; then
+      glmark2-es2 -s 320x240 -b "$scene:nframes=$nframes:duration=1000" >"$work/capture.log" 2>&1; then
     echo "bench-replay.sh: capture of $scene failed:" >&2
     tail -n 5 "$work/capture.log" >&2
     exit 1
@@ -91,7 +90,7 @@ for scene in $scenes; do
   n=$(name_of "$scene")
   [ -s "$traces/$n.head.trace" ] ||
     apitrace trim --frames=0-$((head_frames - 1)) -o "$traces/$n.head.trace" "$traces/$n.trace" \
-      >/dev/null
+      >/dev/null 2>&1
   [ -s "$traces/$n.draws" ] && continue
   apitrace dump "$traces/$n.trace" 2>/dev/null | awk '
     / glDraw[A-Za-z]*\(/ { d++ } / eglSwapBuffers\(/ { f++ }
