@@ -69,6 +69,10 @@ class DeferredExecutor {
     // costs a frame.
     static std::atomic<bool> _fallbackImmediateMode;
     static void raiseFallback() { _fallbackImmediateMode.store(true, std::memory_order_relaxed); }
+    // A recorded call's pointer data could not be had: the wrapper runs that
+    // call synchronously against the game's own memory, and the process
+    // leaves deferred mode at the next swap. Logged once.
+    __attribute__((noinline, cold)) static void onFrameDataExhausted();
 
     // The last copy of a pixel pack buffer made after an asynchronous
     // glReadPixels, kept for the game's map of that buffer.
