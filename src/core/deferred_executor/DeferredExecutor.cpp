@@ -66,11 +66,9 @@ struct SwapArgs {
 
 void DeferredExecutor::onFrameDataExhausted() {
     static std::atomic<bool> logged{false};
-    raiseFallback();
     if (!logged.exchange(true) && g_enabledLogSeverity >= LOG_ERROR)
         log("src/core/deferred_executor", __LINE__, "onFrameDataExhausted", LOG_ERROR,
-            "Frame data exhausted: calls with pointer data run synchronously until the switch to "
-            "immediate mode");
+            "Frame data exhausted: calls whose pointer data does not fit now run synchronously");
 }
 
 DeferredExecutor::DeferredExecutor(RenderContext* renderContext)
