@@ -237,6 +237,15 @@ def path_of(e):
     return 'sync'
 
 
+def runs_unrecorded(e, path):
+    """Whether the wrapper, when frame data cannot be had for the call's
+    pointer data, records the call with the game's own pointers and waits for
+    it: the copying calls, and the handled GL calls that return nothing."""
+    if e.cmd.returns():
+        return False
+    return path == 'copy' or (path == 'handled' and e.name.startswith('gl'))
+
+
 def copy_expression(rule, params):
     """The expression that copies a pointer argument into frame data."""
     kind, *fields = rule.split(':')
@@ -284,7 +293,8 @@ def stub_path(e):
 
 def gen_wrappers(entries):
     out = [HEADER,
-           '#include <cstring>', '',
+           '#include <cstring>',
+           '#include <new>', '',
            '#include "core/context.h"',
            '#include "core/deferred_executor/CopyParams.h"',
            '#include "core/deferred_executor/HandledCalls.h"',
@@ -301,7 +311,8 @@ def gen_wrappers(entries):
         fields = [(p.ctype, p.name) for p in c.params]
         if stub_path(e) == 'sync' and c.returns():
             fields.insert(0, (f'{c.ret}*', 'result_'))
-        if path in ('record', 'copy', 'sync') or stub_path(e) == 'sync':
+        if (path in ('record', 'copy', 'sync') or stub_path(e) == 'sync'
+                or runs_unrecorded(e, path)):
             out.append(f'struct args_{e.name} {{')
             for ctype, name in fields:
                 out.append(f'    {ctype} {name};')
@@ -364,7 +375,19 @@ def wrapper_body(e, head, path, fallback):
         test = ' || '.join(f'{pname} == {v}' for v in values)
         w.append(f'    if ({test}) return hijack::{e.name}({c.arg_names()});')
     args = [p.name for p in c.params]
-    if path == 'handled':
+    # Out of frame data: the call runs now, against the game's memory.
+    unrecorded = [
+        '    } catch (const std::bad_alloc&) {',
+        '        core::DeferredExecutor::onFrameDataExhausted();',
+        f'        executor_->queue.record(&job_{e.name}, args_{e.name}{{{", ".join(args)}}});',
+        f'        executor_->queue.flushAndWait(gles::id::{e.name});',
+        '    }']
+    if path == 'handled' and runs_unrecorded(e, path):
+        w.append('    try {')
+        w.append(f'        handled::{e.name}(static_cast<core::Executor*>(executor_)'
+                 f'{"".join(", " + a for a in args)});')
+        w += unrecorded
+    elif path == 'handled':
         w.append(f'    {ret}handled::{e.name}(static_cast<core::Executor*>(executor_)'
                  f'{"".join(", " + a for a in args)});')
     elif path == 'record':
@@ -374,9 +397,18 @@ def wrapper_body(e, head, path, fallback):
             w.append(f'    return static_cast<{c.ret}>(1);')
     elif path == 'copy':
         pointer, expr = copy_expression(e.copy, c.params)
-        args = [f'{pointer}_copy' if a == pointer else a for a in args]
-        w.append(f'    auto {pointer}_copy = {expr};')
-        w.append(f'    executor_->queue.record(&job_{e.name}, args_{e.name}{{{", ".join(args)}}});')
+        copied = [f'{pointer}_copy' if a == pointer else a for a in args]
+        ctype = next(p.ctype for p in c.params if p.name == pointer)
+        if runs_unrecorded(e, path):
+            # Only the copy is guarded, so the record below stays a tail call.
+            w.append(f'    {ctype} {pointer}_copy;')
+            w.append('    try {')
+            w.append(f'        {pointer}_copy = {expr};')
+            w += unrecorded[:-1] + ['        return;', '    }']
+        else:
+            w.append(f'    auto {pointer}_copy = {expr};')
+        w.append(f'    executor_->queue.record(&job_{e.name}, '
+                 f'args_{e.name}{{{", ".join(copied)}}});')
     else:
         if c.returns():
             w.append(f'    {c.ret} result_{{}};')

@@ -163,9 +163,14 @@ class LogConfigWatcher {
     std::unique_ptr<std::thread> _thread;
 };
 
-LogConfigWatcher g_logConfigWatcher;
-
 }  // namespace
+
+// A function-local static: its thread starts only when the process record
+// exists, and stops before the record goes, since statics are destroyed in
+// the reverse order of their construction.
+void startLogConfigWatcher() {
+    static LogConfigWatcher watcher;
+}
 
 void log(const char* file, int line, const char* function, int severity, const char* format, ...) {
     if (format == nullptr || format[0] == '\0') return;

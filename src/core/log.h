@@ -20,6 +20,10 @@ enum LogSeverity {
 extern int g_enabledLogSeverity;
 extern bool g_printSourceLocation;
 
+// Starts the thread that follows the log keys; called once, by the static
+// initialiser that has just built the process record.
+void startLogConfigWatcher();
+
 void log(const char* file, int line, const char* function, int severity, const char* format, ...)
     __attribute__((format(printf, 5, 6)));
 

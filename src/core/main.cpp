@@ -26,6 +26,12 @@ Context::~Context() = default;
 
 Context context;
 
+// The log settings thread reads the record, so it starts right after it, in
+// this unit's initialisation order rather than in an unspecified one.
+namespace {
+const bool g_logWatcherStarted = (startLogConfigWatcher(), true);
+}
+
 namespace {
 
 const char REPLAY_PACKAGE[] = "com.orlo.replay";

@@ -165,6 +165,30 @@ TEST_F(Client, ClientArraysWithAnElementBufferApplyTheGamePointersAndWait) {
     EXPECT_EQ(argOf("glDrawElements", 3), (Bits{0x10}));
 }
 
+// Out of frame data, a client draw is drawn from the game's own arrays and
+// indices, and waited for.
+TEST_F(Client, OutOfFrameDataADrawTakesTheGamesArraysAndWaits) {
+    using FrameData = core::MemTracker<core::MemCategory::FrameData>;
+    struct Restore {
+        ~Restore() { FrameData::limit = ~std::uint64_t(0); }
+    } restore;
+    FrameData::limit = FrameData::memory_usage.load();
+    std::vector<float> game(0x8001 * 2);  // more than a frame's memory
+    GLushort game_indices[3] = {0, 1, 0x8000};
+    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game.data());
+    auto before = drains();
+    gl_deferred_glDrawElements(TRIANGLES, 3, UNSIGNED_SHORT, game_indices);
+    gl_deferred_glDrawArrays(TRIANGLES, 0, 0x8001);
+    attribute(nullptr, 6);  // a buffer's array: the indices alone to copy
+    std::vector<GLushort> many(0x10000);
+    gl_deferred_glDrawElements(TRIANGLES, 0x10000, UNSIGNED_SHORT, many.data());
+    EXPECT_EQ(drains(), before + 3);
+    auto pointers = argOf("glVertexAttribPointer", 5);
+    EXPECT_EQ(Bits(pointers.begin(), pointers.begin() + 2),
+              (Bits{bitsOf(game.data()), bitsOf(game.data())}));
+    EXPECT_EQ(argOf("glDrawElements", 3), (Bits{bitsOf(game_indices), bitsOf(many.data())}));
+}
+
 // Client draws take a pointer into client memory: no buffer bound with it,
 // and no vertex array.
 TEST_F(Client, ABufferOrAVertexArrayKeepsADrawOffTheClientPath) {

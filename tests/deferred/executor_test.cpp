@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <thread>
+#include <vector>
 
 #include "DeferredFixture.h"
 #include "platform/properties.h"
@@ -106,6 +107,37 @@ TEST_F(Protocol, FallbackSwitchesToImmediateModeAtTheSwap) {
     char tag[PROP_VALUE_MAX] = {};
     __system_property_get("vendor.nimbo.orlo.release.tag", tag);
     EXPECT_STREQ(tag, "1");
+}
+
+// Out of frame data, a call with pointer data runs before its wrapper returns,
+// with the game's own pointer; the rest of the stream stays deferred.
+TEST_F(Protocol, OutOfFrameDataRunsTheCallAtOnceAndStaysDeferred) {
+    using FrameData = core::MemTracker<core::MemCategory::FrameData>;
+    struct Restore {
+        ~Restore() { FrameData::limit = ~std::uint64_t(0); }
+    } restore;
+    FrameData::limit = FrameData::memory_usage.load();
+
+    std::vector<float> uniforms(0x8000 * 4, 2.f);  // larger than a frame's memory
+    std::vector<float> seen;
+    keepArray("glUniform4fv", 2, seen, [](const fake::Call& c) { return 4 * c.args[1].bits; });
+    gl_deferred_glUniform4fv(3, 0x8000, uniforms.data());
+    EXPECT_EQ(seen, uniforms) << "ran before the wrapper returned";
+    EXPECT_EQ(argOf("glUniform4fv", 2), (Bits{bitsOf(uniforms.data())}));
+
+    std::vector<unsigned char> vertices(0x20000, 7);  // a handled call
+    gl_deferred_glBufferData(0x8892, static_cast<GLsizeiptr>(vertices.size()), vertices.data(),
+                             0x88E4);
+    EXPECT_EQ(argOf("glBufferData", 2), (Bits{bitsOf(vertices.data())}));
+
+    float small[4] = {1, 2, 3, 4};
+    gl_deferred_glUniform4fv(4, 1, small);
+    EXPECT_EQ(count("glUniform4fv"), 1u) << "what fits is still recorded";
+    core::egl::deferred::swapBuffers(display(), surface());
+    gl_deferred_glFinish();
+    EXPECT_EQ(core::context.gameConfig.runtimeMode, core::MODE_DEFERRED);
+    EXPECT_EQ(trace(), (Names{"worker glUniform4fv", "worker glBufferData", "worker glUniform4fv",
+                              "worker eglSwapBuffers", "worker glFinish"}));
 }
 
 // Inline mode records and replays at the swap, immediate mode calls through.

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <new>
 #include <thread>
 #include <vector>
 
@@ -79,6 +80,40 @@ TEST(FrameDataPool, ProducerStaysAtMostFiveFramesAhead) {
     pool.releaseReadFrame();
     producer.join();
     EXPECT_TRUE(moved);
+}
+
+// Holds a category at the bytes it has now, as a device out of memory would.
+template <MemCategory C>
+struct NoMoreMemory {
+    NoMoreMemory() { MemTracker<C>::limit = MemTracker<C>::memory_usage.load(); }
+    ~NoMoreMemory() { MemTracker<C>::limit = ~std::uint64_t(0); }
+};
+
+TEST(OutOfMemory, FrameDataRefusesNewBlocksAndKeepsWhatItHas) {
+    FrameDataPool pool(6, 0x10000, 0x400000);
+    std::uint64_t held = MemTracker<MemCategory::FrameData>::memory_usage;
+    NoMoreMemory<MemCategory::FrameData> full;
+    EXPECT_THROW(pool.allocate(0x20000), std::bad_alloc);
+    EXPECT_EQ(pool.writeOverflowBytes(), 0u);
+    EXPECT_EQ(pool.allocate(64), pool.pool(0).memory.data()) << "the frame's own memory serves";
+    pool.nextWriteFrame();
+    pool.releaseReadFrame();
+    EXPECT_EQ(pool.pool(0).memory.size(), 0x10000u) << "a pool that cannot grow keeps its size";
+    EXPECT_EQ(MemTracker<MemCategory::FrameData>::memory_usage, held);
+}
+
+TEST(OutOfMemory, RawMemoryPoolsAnswerNull) {
+    RawMemoryPoolMap map;
+    void* kept = map.allocate(100);
+    ASSERT_NE(kept, nullptr);
+    {
+        NoMoreMemory<MemCategory::RawMemoryPool> full;
+        EXPECT_EQ(map.allocate(5000), nullptr) << "a new size class";
+        EXPECT_EQ(map.allocate(200), nullptr) << "a new chunk of a known class";
+        FixedSizeRawMemoryPool::release(kept);
+        EXPECT_EQ(map.allocate(300), kept) << "a freed block serves without new memory";
+    }
+    EXPECT_NE(map.allocate(5000), nullptr);
 }
 
 TEST(RawMemoryPoolMap, SizeClassesOfOneKilobyte) {

@@ -61,4 +61,32 @@ fault filters-wrong-shape \
 # No game service: each operation gives its failure value; the data update is
 # asked for once.
 fault service-absent "true" "getRusFile getHrthService fail"
+
+# Out of frame data (a test-only ceiling of one byte): the calls whose pointer
+# data cannot be copied run at once against the game's memory, and the rest
+# stays deferred. Its frames are the direct run's.
+frame_data_exhausted() {
+    local name=frame-data-exhausted
+    if [ ${#wanted[@]} -gt 0 ] && [[ ! " ${wanted[*]} " =~ " $name " ]]; then return; fi
+    local log=$work/$name.log shots=$work/$name-shots line="Frame data exhausted"
+    local demo_args=(--frames $frames --size 160x90 --detail 256 --shot-every 5 --quiet)
+    "$demo" "${demo_args[@]}" --screenshots "$shots/direct" >/dev/null 2>&1
+    timeout 120 "$run" --sysroot "$work/$name" --package com.velour.demo --mode 0 \
+        --prop vendor.nimbo.de.test.frame_data_limit=1 -- \
+        "$demo" "${demo_args[@]}" --screenshots "$shots/layer" >"$log" 2>&1
+    local rc=$? differ=0 file
+    for file in "$shots"/direct/*.png; do
+        cmp -s "$file" "$shots/layer/$(basename "$file")" || differ=$((differ + 1))
+    done
+    if [ $rc -ne 0 ] || ! grep -q "^frames: $frames " "$log"; then
+        echo "$name: the game did not run to the end (exit $rc)"; tail -n 5 "$log"; status=1
+    elif [ "$(grep -cF -- "$line" "$log")" -ne 1 ] || grep -q "Switching to Immediate mode" "$log"; then
+        echo "$name: not one line \"$line\", or a switch"; tail -n 8 "$log"; status=1
+    elif [ $differ -ne 0 ] || [ ! -e "$shots/direct/frame-00005.png" ]; then
+        echo "$name: $differ frames differ from the direct run's"; status=1
+    else
+        echo "$name: ok"
+    fi
+}
+frame_data_exhausted
 exit $status

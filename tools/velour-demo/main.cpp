@@ -63,6 +63,9 @@ const char kUsage[] =
     "  --shots FILE       with --shooter: append \"NANOSECONDS WEAPON\" to FILE for each\n"
     "                     shot, timed just before the swap of the frame that shows it\n"
     "  --frame-ms MS      make each frame last at least MS milliseconds (default 0)\n"
+    "  --detail N         side of the ground's detail texture, uploaded from the\n"
+    "                     game's memory each frame (16 to 2048, default 64)\n"
+    "                                                         --detail 512\n"
     "  --no-hud           draw no HUD, to tell which pixels the HUD covers\n"
     "  --quiet            print the summary line only\n"
     "  --help             print this help\n"
@@ -96,6 +99,7 @@ struct Options {
     ShooterHud::Update update = ShooterHud::Update::subData;
     std::string shots;
     int frameMs = 0;
+    int detail = 64;
 };
 
 std::vector<Phase> parseScript(const std::string& text) {
@@ -210,6 +214,8 @@ Options parseOptions(int argc, char** argv, bool* help) {
             o.shots = args.value();
         } else if (arg == "--frame-ms") {
             o.frameMs = parseInt(arg, args.value(), 0, 10000);
+        } else if (arg == "--detail") {
+            o.detail = parseInt(arg, args.value(), 16, 2048);
         } else if (arg == "--no-hud") {
             o.hud = false;
         } else if (arg == "--quiet") {
@@ -236,7 +242,7 @@ int run(const Options& o) {
     }
 
     EglSession egl(o.width, o.height);
-    Scene scene(o.width, o.height, o.hud);
+    Scene scene(o.width, o.height, o.hud, o.detail);
     std::unique_ptr<ShooterHud> shooterHud;
     Shooter shooter;
     std::ofstream shots;

@@ -28,7 +28,6 @@ struct MeshVertex {
 };
 
 constexpr int kShadowSize = 1024;
-constexpr int kDetailSize = 64;
 constexpr int kProbeSize = 8;  // the exposure probe: a square at the centre of the scene
 constexpr int kCubeCount = 8;  // around the pillar; the pillar is the last instance
 constexpr GLsizei kCubeIndices = 36;
@@ -90,7 +89,8 @@ void setConstantInstance(const float model[16], const float color[4]) {
 
 }  // namespace
 
-Scene::Scene(int width, int height, bool hud) : width_(width), height_(height), drawHud_(hud) {
+Scene::Scene(int width, int height, bool hud, int detailSize)
+    : width_(width), height_(height), drawHud_(hud), detailSize_(detailSize) {
     GLint major = 0, minor = 0;
     glGetIntegerv(GL_MAJOR_VERSION, &major);
     glGetIntegerv(GL_MINOR_VERSION, &minor);
@@ -227,12 +227,12 @@ Scene::Scene(int width, int height, bool hud) : width_(width), height_(height), 
     glBindFramebuffer(GL_FRAMEBUFFER, 0);
 
     // The ground's detail texture, rewritten every frame.
-    detailPixels_.resize(kDetailSize * kDetailSize * 4);
+    detailPixels_.resize(std::size_t(detailSize_) * detailSize_ * 4);
     glGenTextures(1, &detail_);
     glActiveTexture(GL_TEXTURE1);
     glBindTexture(GL_TEXTURE_2D, detail_);
     updateDetailTexture(0);
-    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, kDetailSize, kDetailSize, 0, GL_RGBA, GL_UNSIGNED_BYTE,
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, detailSize_, detailSize_, 0, GL_RGBA, GL_UNSIGNED_BYTE,
                  detailPixels_.data());
     glGenerateMipmap(GL_TEXTURE_2D);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
@@ -345,13 +345,13 @@ void Scene::collectPreviousResults(int frame, bool capture) {
 void Scene::updateDetailTexture(int frame) {
     // Integer ripples over stone tiles; unsigned arithmetic wraps the phase.
     const auto f = static_cast<unsigned>(frame);
-    for (unsigned y = 0; y < kDetailSize; ++y) {
-        for (unsigned x = 0; x < kDetailSize; ++x) {
+    for (unsigned y = 0; y < unsigned(detailSize_); ++y) {
+        for (unsigned x = 0; x < unsigned(detailSize_); ++x) {
             const int wave = sine_[(x * 8 + f * 5) & 255u] + sine_[(y * 8 - f * 3) & 255u] +
                              sine_[((x + y) * 4 + f * 2) & 255u];
             int stone = ((x / 16 + y / 16) & 1u) ? 205 : 175;
             if (x % 16 == 0 || y % 16 == 0) stone = 95;
-            std::uint8_t* p = &detailPixels_[(y * kDetailSize + x) * 4];
+            std::uint8_t* p = &detailPixels_[(y * unsigned(detailSize_) + x) * 4];
             p[0] = static_cast<std::uint8_t>(std::clamp(stone + wave / 10, 0, 255));
             p[1] = static_cast<std::uint8_t>(std::clamp(stone + wave / 8, 0, 255));
             p[2] = static_cast<std::uint8_t>(std::clamp(stone + wave / 5, 0, 255));
@@ -452,7 +452,7 @@ void Scene::renderFrame(int frame, bool capture, bool lobby) {
     glActiveTexture(GL_TEXTURE1);
     glBindTexture(GL_TEXTURE_2D, detail_);
     updateDetailTexture(frame);
-    glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, kDetailSize, kDetailSize, GL_RGBA, GL_UNSIGNED_BYTE,
+    glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, detailSize_, detailSize_, GL_RGBA, GL_UNSIGNED_BYTE,
                     detailPixels_.data());
     glGenerateMipmap(GL_TEXTURE_2D);
     updateInstances(t);

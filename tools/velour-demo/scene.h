@@ -16,7 +16,8 @@ namespace demo {
 class Scene {
   public:
     // Needs a current ES 3 context; throws Failure when a resource cannot be made.
-    Scene(int width, int height, bool hud = true);
+    // detailSize: the side of the ground's detail texture, uploaded each frame.
+    Scene(int width, int height, bool hud = true, int detailSize = 64);
     ~Scene();
     Scene(const Scene&) = delete;
     Scene& operator=(const Scene&) = delete;
@@ -71,6 +72,7 @@ class Scene {
     } loc_{};
 
     std::vector<Instance> instances_;
+    int detailSize_;
     std::vector<std::uint8_t> detailPixels_;
     std::int8_t sine_[256] = {};
     float exposure_ = 1.0f;

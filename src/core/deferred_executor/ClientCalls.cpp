@@ -1,6 +1,7 @@
 #include "core/deferred_executor/ClientCalls.h"
 
 #include <limits>
+#include <new>
 
 #include "core/deferred_executor/ClientGLHandler.h"
 #include "core/deferred_executor/CopyParams.h"
@@ -96,14 +97,15 @@ void drawArraysFamily(Executor* executor, std::uint32_t cause,
     if (count < 1 || (instanced && instanceCount < 1)) return;
     // Elements before the array are not ours to read; the driver refuses it.
     if (first < 0) return liveDraw(executor, cause, handler, record);
-    ClientDrawArgs args{copied,
-                        handler.copyClientArrays(first, count, instanceCount),
-                        handler.binding(ARRAY_BUFFER),
-                        mode,
-                        count,
-                        instanceCount,
-                        0,
-                        0};
+    ClientGLHandler::ClientDrawState* state;
+    try {
+        state = handler.copyClientArrays(first, count, instanceCount);
+    } catch (const std::bad_alloc&) {
+        core::DeferredExecutor::onFrameDataExhausted();
+        return liveDraw(executor, cause, handler, record);
+    }
+    ClientDrawArgs args{copied, state, handler.binding(ARRAY_BUFFER), mode, count, instanceCount,
+                        0,      0};
     handler.recordClientDraw(args);
     executor->submitEarly();
 }
@@ -140,7 +142,15 @@ void drawElementsFamily(Executor* executor, std::uint32_t cause, const Elements&
         return liveDraw(executor, cause, handler, [&] { record(e.indices); });
     }
     if (!isClient) {
-        record(handler.copyIndices(e.count, e.type, e.indices));
+        const void* indices;
+        try {
+            indices = handler.copyIndices(e.count, e.type, e.indices);
+        } catch (const std::bad_alloc&) {
+            core::DeferredExecutor::onFrameDataExhausted();
+            record(e.indices);
+            return executor->queue.flushAndWait(cause);
+        }
+        record(indices);
         executor->submitEarly();
         return;
     }
@@ -149,11 +159,18 @@ void drawElementsFamily(Executor* executor, std::uint32_t cause, const Elements&
     long long vertices = largest + e.basevertex + 1;
     if (e.basevertex < 0 || vertices > std::numeric_limits<GLsizei>::max())
         return liveDraw(executor, cause, handler, [&] { record(e.indices); });
-    ClientGLHandler::ClientDrawState* state =
-        handler.copyClientArrays(e.basevertex, static_cast<GLsizei>(vertices), e.instanceCount);
+    ClientGLHandler::ClientDrawState* state;
+    try {
+        state =
+            handler.copyClientArrays(e.basevertex, static_cast<GLsizei>(vertices), e.instanceCount);
+        state->indices = handler.copyIndices(e.count, e.type, e.indices);
+    } catch (const std::bad_alloc&) {
+        // Out of frame data: the game's own arrays, and a wait.
+        core::DeferredExecutor::onFrameDataExhausted();
+        return liveDraw(executor, cause, handler, [&] { record(e.indices); });
+    }
     state->indexCount = e.count;
     state->indexType = e.type;
-    state->indices = handler.copyIndices(e.count, e.type, e.indices);
     handler.recordClientDraw(ClientDrawArgs{copied, state, handler.binding(ARRAY_BUFFER), e.mode,
                                             e.count, e.instanceCount, e.start, e.end});
     executor->submitEarly();

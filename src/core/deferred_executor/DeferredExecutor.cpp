@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <new>
 
 #include "core/context.h"
 #include "core/deferred_executor/Executor.h"
@@ -63,10 +64,22 @@ struct SwapArgs {
 
 }  // namespace
 
+void DeferredExecutor::onFrameDataExhausted() {
+    static std::atomic<bool> logged{false};
+    if (!logged.exchange(true) && g_enabledLogSeverity >= LOG_ERROR)
+        log("src/core/deferred_executor", __LINE__, "onFrameDataExhausted", LOG_ERROR,
+            "Frame data exhausted: calls whose pointer data does not fit now run synchronously");
+}
+
 DeferredExecutor::DeferredExecutor(RenderContext* renderContext)
     : frameData(MemTracker<MemCategory::FrameData>::create<FrameDataPool>(
           FRAME_POOLS, FRAME_POOL_MIN, FRAME_POOL_MAX)),
       renderContext(renderContext) {
+    if (!frameData) throw std::bad_alloc();
+    // Test-only: a ceiling on the bytes of frame data, to play a device that
+    // runs out of memory.
+    if (double limit = utils::Configuration::global().getf("de.test.frame_data_limit"); limit >= 1)
+        MemTracker<MemCategory::FrameData>::limit = static_cast<std::uint64_t>(limit);
     queue.resize(1, 128);
     char text[32];
     std::snprintf(text, sizeof(text), "DE #%d", g_executorNumber++);

@@ -69,6 +69,11 @@ class DeferredExecutor {
     // costs a frame.
     static std::atomic<bool> _fallbackImmediateMode;
     static void raiseFallback() { _fallbackImmediateMode.store(true, std::memory_order_relaxed); }
+    // A recorded call's pointer data could not be had: the wrapper runs that
+    // call synchronously against the game's own memory. The process stays
+    // deferred: the switch to immediate mode would hand the driver the fence
+    // handles the game holds, which only this layer knows. Logged once.
+    __attribute__((noinline, cold)) static void onFrameDataExhausted();
 
     // The last copy of a pixel pack buffer made after an asynchronous
     // glReadPixels, kept for the game's map of that buffer.

@@ -1,6 +1,7 @@
 #include "core/deferred_executor/FrameDataPool.h"
 
 #include <algorithm>
+#include <new>
 
 #include "core/deferred_executor/WaitClock.h"
 
@@ -16,8 +17,10 @@ FrameDataPool::FrameDataPool(std::uint32_t count, std::uint32_t minSize, std::ui
 }
 
 void* FrameDataPool::allocateOverflow(Pool& pool, std::uint32_t size) {
-    pool.overflowBytes += size;
+    // Throws std::bad_alloc with the pool as it was: the caller then runs the
+    // call without a copy.
     pool.overflow.emplace_back(size);
+    pool.overflowBytes += size;
     return pool.overflow.back().data();
 }
 
@@ -38,12 +41,16 @@ void FrameDataPool::nextWriteFrame() {
     writeIndex = next;
 }
 
-// Pools grow at every recycling, overflowed or not, up to their limit.
+// Pools grow at every recycling, overflowed or not, up to their limit. A pool
+// that cannot grow keeps its size: growth only saves overflow blocks.
 void FrameDataPool::grow(Pool& pool) {
-    if (pool.memory.empty())
-        pool.memory.resize(pool.minSize);
-    else if (pool.memory.size() < pool.maxSize)
-        pool.memory.resize(std::min<std::size_t>(pool.memory.size() * 2, pool.maxSize));
+    try {
+        if (pool.memory.empty())
+            pool.memory.resize(pool.minSize);
+        else if (pool.memory.size() < pool.maxSize)
+            pool.memory.resize(std::min<std::size_t>(pool.memory.size() * 2, pool.maxSize));
+    } catch (const std::bad_alloc&) {
+    }
 }
 
 void FrameDataPool::releaseReadFrame() {

@@ -33,10 +33,18 @@ template <MemCategory C>
 struct MemTracker {
     static std::atomic<std::uint64_t> memory_usage;
     static std::atomic<std::uint32_t> allocations;
+    // Bytes the category may hold; lowered by tests and by the test-only
+    // setting that stands in for a device out of memory.
+    static std::atomic<std::uint64_t> limit;
 
+    // Null when the memory cannot be had, with the counters untouched.
     static void* allocate(std::size_t n) {
         std::size_t tracked = n + 15;
+        if (tracked < n || memory_usage.load(std::memory_order_relaxed) + tracked >
+                               limit.load(std::memory_order_relaxed))
+            return nullptr;
         auto* raw = static_cast<unsigned char*>(std::malloc(tracked));
+        if (!raw) return nullptr;
         auto user = (reinterpret_cast<std::uintptr_t>(raw) + 15) & ~std::uintptr_t(7);
         auto* words = reinterpret_cast<std::uint32_t*>(user);
         words[-2] = static_cast<std::uint32_t>(tracked);
@@ -62,7 +70,13 @@ struct MemTracker {
         allocator() = default;
         template <typename U>
         allocator(const allocator<U>&) {}
-        T* allocate(std::size_t n) { return static_cast<T*>(MemTracker::allocate(n * sizeof(T))); }
+        // Containers expect an exception rather than null.
+        T* allocate(std::size_t n) {
+            if (n > std::size_t(-1) / sizeof(T)) throw std::bad_alloc();
+            void* p = MemTracker::allocate(n * sizeof(T));
+            if (!p) throw std::bad_alloc();
+            return static_cast<T*>(p);
+        }
         void deallocate(T* p, std::size_t) { MemTracker::deallocate(p); }
         template <typename U>
         bool operator==(const allocator<U>&) const {
@@ -77,7 +91,8 @@ struct MemTracker {
     // For objects of their own: new and delete through the tracker.
     template <typename T, typename... Args>
     static T* create(Args&&... args) {
-        return new (allocate(sizeof(T))) T(std::forward<Args>(args)...);
+        void* p = allocate(sizeof(T));
+        return p ? new (p) T(std::forward<Args>(args)...) : nullptr;
     }
     template <typename T>
     static void destroy(T* object) {
@@ -97,5 +112,7 @@ template <MemCategory C>
 std::atomic<std::uint64_t> MemTracker<C>::memory_usage{0};
 template <MemCategory C>
 std::atomic<std::uint32_t> MemTracker<C>::allocations{0};
+template <MemCategory C>
+std::atomic<std::uint64_t> MemTracker<C>::limit{~std::uint64_t(0)};
 
 }  // namespace velour::core

@@ -1,5 +1,7 @@
 #include "core/deferred_executor/RawMemoryPool.h"
 
+#include <new>
+
 namespace velour::core {
 
 FixedSizeRawMemoryPool::FixedSizeRawMemoryPool(std::uint32_t blockSize)
@@ -66,14 +68,17 @@ void FixedSizeRawMemoryPool::release(void* payload) {
 void* RawMemoryPoolMap::allocate(std::uint32_t size) {
     std::uint32_t sizeClass = size / granularity;
     FixedSizeRawMemoryPool* pool;
-    {
+    // Out of memory, the caller gets null and takes the driver's own path.
+    try {
         std::lock_guard<std::mutex> lock(mutex);
         auto& slot = pools[sizeClass];
         if (!slot)
             slot.reset(Tracker::create<FixedSizeRawMemoryPool>((sizeClass + 1) * granularity));
         pool = slot.get();
+    } catch (const std::bad_alloc&) {
+        return nullptr;
     }
-    return pool->allocate();
+    return pool ? pool->allocate() : nullptr;
 }
 
 }  // namespace velour::core
