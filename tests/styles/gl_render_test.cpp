@@ -169,12 +169,12 @@ TEST_P(EffectOnMesa, SteadyFrameCreatesNoGlObjectAndAllocatesOnlyItsStateStores)
     GlObjectCounter objects;
     AllocationCounter allocations;
     for (int frame = 0; frame < 3; ++frame) styles::renderGuarded(manager);
-    const long counted = allocations.count();
+    const int counted = allocations.count();
     EXPECT_EQ(GlObjectCounter::count, 0);
     // One array per state store: the draw's store (and on the copy path the
     // texture binding's), and the capture's two plus, for an object, the
     // attachment size look-up's.
-    const long storesPerFrame = GetParam().fetch ? 1 : (GetParam().gameTarget ? 5 : 4);
+    const int storesPerFrame = GetParam().fetch ? 1 : (GetParam().gameTarget ? 5 : 4);
     EXPECT_EQ(counted, 3 * storesPerFrame);
 }
 
