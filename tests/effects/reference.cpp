@@ -66,6 +66,10 @@ struct Pixel {
         if (found == uniforms.end()) throw std::invalid_argument(std::string("no uniform ") + name);
         return found->second;
     }
+    float vignette(float strength) const {
+        const float du = u() - 0.5f, dv = v() - 0.5f;
+        return 1.0f - strength * smoothstep(0.2f, 0.8f, 2.0f * (du * du + dv * dv));
+    }
     float sobel() const {
         auto l = [&](int dx, int dy) { return luma(rgb(at(dx, dy))); };
         const float gx =
@@ -90,6 +94,22 @@ Rgba gammaCorrection(const Pixel& p, Form) {
     const Rgba c = p.color();
     const float exponent = 1.0f / std::max(p["uGamma"], 0.1f);
     return withAlpha(each(rgb(c), [&](float v) { return std::pow(v, exponent); }), c.a);
+}
+
+Rgba nightVision(const Pixel& p, Form) {
+    const Rgba c = p.color();
+    const float l = (1.0f - std::exp(-p["uGain"] * luma(rgb(c)))) * p.vignette(p["uVignette"]);
+    const Vec3 color = Vec3{0.18f, 1.0f, 0.3f} * l;
+    return withAlpha(each(color, [&](float v) { return std::min(v + 0.35f * l * l, 1.0f); }), c.a);
+}
+
+Rgba oldMovie(const Pixel& p, Form) {
+    const Rgba c = p.color();
+    const Vec3 in = rgb(c);
+    const Vec3 sepia = {dot(in, {0.393f, 0.769f, 0.189f}), dot(in, {0.349f, 0.686f, 0.168f}),
+                        dot(in, {0.272f, 0.534f, 0.131f})};
+    const Vec3 color = mix(in, each(sepia, [](float v) { return std::min(v, 1.0f); }), p["uSepia"]);
+    return withAlpha(each(color * p.vignette(p["uVignette"]), clamp01), c.a);
 }
 
 Rgba pixelize(const Pixel& p, Form form) {
@@ -157,10 +177,6 @@ Rgba edgeDetection(const Pixel& p, Form) {
 
 }  // namespace
 
-bool hasReference(const std::string& name) {
-    return name != "old_movie" && name != "night_vision";
-}
-
 Rgba reference(const std::string& name, Form form, const Image& frame, int x, int y,
                const std::map<std::string, float>& uniforms) {
     using Function = Rgba (*)(const Pixel&, Form);
@@ -168,6 +184,8 @@ Rgba reference(const std::string& name, Form form, const Image& frame, int x, in
         {"color_invert", colorInvert},
         {"cel_shading", celShading},
         {"hdr", hdr},
+        {"old_movie", oldMovie},
+        {"night_vision", nightVision},
         {"pixelize", pixelize},
         {"gamma_correction", gammaCorrection},
         {"edge_detection", edgeDetection},

@@ -24,11 +24,8 @@ struct Image {
 // per-pixel form of the fetch variants.
 enum class Form { Copy, Fetch };
 
-// The effects with noise of their own have no reference: they are checked by
-// moving with time and by giving one picture by both paths.
-bool hasReference(const std::string& name);
-
-// The effect `name` at pixel (x, y) with the given uniforms.
+// The effect `name` at pixel (x, y) with the given uniforms; the noisy
+// effects with their random terms off.
 Rgba reference(const std::string& name, Form form, const Image& frame, int x, int y,
                const std::map<std::string, float>& uniforms);
 
