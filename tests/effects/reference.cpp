@@ -17,9 +17,6 @@ namespace {
 struct Vec3 {
     float r, g, b;
 };
-Vec3 operator+(Vec3 a, Vec3 b) {
-    return {a.r + b.r, a.g + b.g, a.b + b.b};
-}
 Vec3 operator*(Vec3 a, float s) {
     return {a.r * s, a.g * s, a.b * s};
 }
@@ -55,18 +52,6 @@ float smoothstep(float e0, float e1, float x) {
     const float t = clamp01((x - e0) / (e1 - e0));
     return t * t * (3.0f - 2.0f * t);
 }
-uint32_t hash(uint32_t x) {
-    x ^= x >> 16;
-    x *= 0x7feb352du;
-    x ^= x >> 15;
-    x *= 0x846ca68bu;
-    x ^= x >> 16;
-    return x;
-}
-float random(uint32_t a, uint32_t b, uint32_t c) {
-    return static_cast<float>(hash(a ^ hash(b ^ hash(c))) >> 8) / 16777216.0f;
-}
-
 struct Pixel {
     const Image& frame;
     int x, y;
@@ -113,13 +98,9 @@ Rgba gammaCorrection(const Pixel& p, Form) {
 
 Rgba nightVision(const Pixel& p, Form) {
     const Rgba c = p.color();
-    float l = 1.0f - std::exp(-p["uGain"] * luma(rgb(c)));
-    const float noise = random(static_cast<uint32_t>(p.x), static_cast<uint32_t>(p.y),
-                               static_cast<uint32_t>(p["uTime"] * 30.0f)) -
-                        0.5f;
-    l = clamp01(l + p["uNoise"] * noise) * p.vignette(p["uVignette"]);
-    const Vec3 color = Vec3{0.18f, 1.0f, 0.3f} * l + splat(0.35f * l * l);
-    return withAlpha(each(color, [](float v) { return std::min(v, 1.0f); }), c.a);
+    const float l = (1.0f - std::exp(-p["uGain"] * luma(rgb(c)))) * p.vignette(p["uVignette"]);
+    const Vec3 color = Vec3{0.18f, 1.0f, 0.3f} * l;
+    return withAlpha(each(color, [&](float v) { return std::min(v + 0.35f * l * l, 1.0f); }), c.a);
 }
 
 Rgba oldMovie(const Pixel& p, Form) {
@@ -127,20 +108,7 @@ Rgba oldMovie(const Pixel& p, Form) {
     const Vec3 in = rgb(c);
     const Vec3 sepia = {dot(in, {0.393f, 0.769f, 0.189f}), dot(in, {0.349f, 0.686f, 0.168f}),
                         dot(in, {0.272f, 0.534f, 0.131f})};
-    Vec3 color = mix(in, each(sepia, [](float v) { return std::min(v, 1.0f); }), p["uSepia"]);
-    const auto frame = static_cast<uint32_t>(p["uTime"] * 18.0f);
-    const float flicker = 1.0f + p["uFlicker"] * (2.0f * random(0, 0, frame) - 1.0f);
-    const float grain =
-        p["uGrain"] *
-        (random(static_cast<uint32_t>(p.x), static_cast<uint32_t>(p.y), frame) - 0.5f);
-    float scratch = 0.0f;
-    for (uint32_t i = 1; i <= 3; ++i) {
-        if (random(i, 1, frame) >= p["uScratches"]) continue;
-        const float d = std::fabs(p.u() - random(i, 2, frame));
-        scratch = std::max(scratch, 1.0f - smoothstep(0.0f, 0.002f, d));
-    }
-    color = color * flicker + splat(grain);
-    color = mix(color, {0.95f, 0.9f, 0.8f}, 0.7f * scratch);
+    const Vec3 color = mix(in, each(sepia, [](float v) { return std::min(v, 1.0f); }), p["uSepia"]);
     return withAlpha(each(color * p.vignette(p["uVignette"]), clamp01), c.a);
 }
 

@@ -24,8 +24,8 @@ struct Image {
 // per-pixel form of the fetch variants.
 enum class Form { Copy, Fetch };
 
-// The effect `name` at pixel (x, y) with the given uniforms (uTime included
-// for the effects that move).
+// The effect `name` at pixel (x, y) with the given uniforms; the noisy
+// effects with their random terms off.
 Rgba reference(const std::string& name, Form form, const Image& frame, int x, int y,
                const std::map<std::string, float>& uniforms);
 

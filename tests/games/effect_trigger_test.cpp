@@ -25,28 +25,23 @@ class EffectTrigger : public test::HookFixture {
     }
 };
 
-TEST_F(EffectTrigger, DrawsAtTheUIPassWhenTheGameCanTellIt) {
-    styles::StyleManager manager;
-    core::RenderEffectOnPass trigger(&manager, {Pass::end, Pass::shadow, Pass::ui});
-    EXPECT_EQ(trigger.getTargetPass(), Pass::ui);
-    games::PassTracker tracker;
-    tracker.getPassProperty().addListener(
-        std::shared_ptr<core::RenderEffectOnPass>(&trigger, [](auto*) {}));
-    EXPECT_FALSE(draws(tracker, Pass::shadow));
-    EXPECT_TRUE(draws(tracker, Pass::ui));
-}
-
-TEST_F(EffectTrigger, DrawsAtTheFrameEndOtherwise) {
-    styles::StyleManager manager;
-    core::RenderEffectOnPass trigger(&manager, {Pass::end, Pass::main_color});
-    EXPECT_EQ(trigger.getTargetPass(), Pass::end);
-    games::PassTracker tracker;
-    tracker.getPassProperty().addListener(
-        std::shared_ptr<core::RenderEffectOnPass>(&trigger, [](auto*) {}));
-    EXPECT_FALSE(draws(tracker, Pass::main_color));
-    EXPECT_FALSE(draws(tracker, Pass::ui)) << "not a pass this game tells";
-    EXPECT_TRUE(draws(tracker, Pass::end));
-    EXPECT_EQ(trigger.getTargetPass(), Pass::end);
+TEST_F(EffectTrigger, DrawsAtTheUIPassWhenTheGameCanTellItElseAtTheFrameEnd) {
+    struct Case {
+        std::unordered_set<Pass> detectable;
+        Pass target;
+    };
+    for (const Case& c : {Case{{Pass::end, Pass::shadow, Pass::ui}, Pass::ui},
+                          Case{{Pass::end, Pass::main_color}, Pass::end}}) {
+        styles::StyleManager manager;
+        core::RenderEffectOnPass trigger(&manager, c.detectable);
+        EXPECT_EQ(trigger.getTargetPass(), c.target);
+        games::PassTracker tracker;
+        tracker.getPassProperty().addListener(
+            std::shared_ptr<core::RenderEffectOnPass>(&trigger, [](auto*) {}));
+        // Passes in frame order: only the target's draws.
+        for (Pass pass : {Pass::shadow, Pass::main_color, Pass::ui, Pass::end})
+            EXPECT_EQ(draws(tracker, pass), pass == c.target) << games::toString(pass);
+    }
 }
 
 }  // namespace

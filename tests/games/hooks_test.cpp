@@ -6,16 +6,11 @@
 #include <functional>
 #include <set>
 
+#include "AllocationCounter.h"
 #include "HookFixture.h"
 
 using namespace velour;
 using test::HookFixture;
-
-namespace velour::test {
-// Counts this thread's allocations in between (allocations.cpp).
-void startCountingAllocations();
-int stopCountingAllocations();
-}  // namespace velour::test
 
 namespace {
 
@@ -294,9 +289,11 @@ TEST_F(Contract, ADrawsHookPathAllocatesNothingAndCallsNoDriverFunction) {
         fake::clearCalls();
         // The slot calls drv::, which the fake would record: a plain function here.
         drv::glDrawArrays = &countingDraw;
-        test::startCountingAllocations();
-        for (int i = 0; i < 100; ++i) hijack::glDrawArrays(GL_TRIANGLES, 0, 3);
-        EXPECT_EQ(test::stopCountingAllocations(), 0) << game;
+        {
+            test::AllocationCounter allocations;
+            for (int i = 0; i < 100; ++i) hijack::glDrawArrays(GL_TRIANGLES, 0, 3);
+            EXPECT_EQ(allocations.count(), 0) << game;
+        }
         EXPECT_TRUE(fake::calls().empty()) << game;
         EXPECT_EQ(hook->drawCount, 100u);
         TearDown();

@@ -80,6 +80,16 @@ class Bytes {
     size_t at = 0;
 };
 
+const char* const PACKAGE = "com.velour.svc";
+const std::u16string SERVICE_TOKEN = u"com.nimbo.hearth.IHearthService";
+const std::u16string CALLBACK_TOKEN = u"com.nimbo.hearth.ITesselCallback";
+
+// A raw request or reply: the bytes as they are, whatever they hold.
+inline void writeRaw(android::Parcel& data, const Bytes& bytes) {
+    data.writeInt32(static_cast<int32_t>(bytes.data.size()));
+    data.write(bytes.data.data(), bytes.data.size());
+}
+
 class ServiceTest : public ::testing::Test {
   protected:
     // Starts a fresh service for each test; the service manager lives on.

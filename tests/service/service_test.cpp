@@ -1,9 +1,3 @@
-#include <sys/socket.h>
-#include <sys/un.h>
-
-#include <chrono>
-#include <thread>
-
 #include "ServiceFixture.h"
 #include "ctrl/PropertyConfig.h"
 #include "ctrl/ctrl.h"
@@ -16,22 +10,8 @@ namespace {
 using android::Parcel;
 using ctrl::HearthAsyncService;
 
-const char* const PACKAGE = "com.velour.svc";
-const std::u16string SERVICE_TOKEN = u"com.nimbo.hearth.IHearthService";
-const std::u16string CALLBACK_TOKEN = u"com.nimbo.hearth.ITesselCallback";
-
-std::unique_ptr<HearthAsyncService> newClient() {
-    return std::make_unique<HearthAsyncService>();
-}
-
 ctrl::PropertyConfig& config() {
     return ctrl::PropertyConfig::getInstance();
-}
-
-// A raw request or reply: the bytes as they are, whatever they hold.
-void writeRaw(Parcel& data, const Bytes& bytes) {
-    data.writeInt32(static_cast<int32_t>(bytes.data.size()));
-    data.write(bytes.data.data(), bytes.data.size());
 }
 
 Bytes callback(int32_t type) {
@@ -39,7 +19,7 @@ Bytes callback(int32_t type) {
 }
 
 TEST_F(ServiceTest, RequestsHaveTheDriversLayout) {
-    auto client = newClient();
+    auto client = std::make_unique<HearthAsyncService>();
     client->getHearthVersion();
     client->registerTesselCallback();
     client->getVelourSupported(PACKAGE);
@@ -134,7 +114,7 @@ TEST_F(ServiceTest, EachSupportedAnswerActsOnTheConfiguration) {
             data.writeInt32(c.answer);
         });
         int before = listeners();
-        auto client = newClient();
+        auto client = std::make_unique<HearthAsyncService>();
         ctrl::setGameServiceForTesting(client.get());
         GameConfig game = config().getGameConfig(PACKAGE);
         ctrl::setGameServiceForTesting(nullptr);
@@ -145,7 +125,7 @@ TEST_F(ServiceTest, EachSupportedAnswerActsOnTheConfiguration) {
 }
 
 TEST_F(ServiceTest, CallbacksSwitchTheEffectAndTheHaptics) {
-    auto client = newClient();
+    auto client = std::make_unique<HearthAsyncService>();
     client->registerTesselCallback();
     struct Case {
         int type;
@@ -182,7 +162,7 @@ TEST_F(ServiceTest, CallbacksSwitchTheEffectAndTheHaptics) {
 }
 
 TEST_F(ServiceTest, ASecondRegistrationOnlyLogs) {
-    auto client = newClient();
+    auto client = std::make_unique<HearthAsyncService>();
     client->registerTesselCallback();
     testing::internal::CaptureStderr();
     client->registerTesselCallback();
@@ -194,7 +174,7 @@ TEST_F(ServiceTest, ASecondRegistrationOnlyLogs) {
 TEST_F(ServiceTest, StartingEffectArrivesWithTheRegistration) {
     stopService(SIGTERM);
     startService({"--effect", "night_vision"});
-    auto client = newClient();
+    auto client = std::make_unique<HearthAsyncService>();
     client->registerTesselCallback();
     EXPECT_EQ(config().getEffect(), "night_vision");
 }
@@ -217,7 +197,7 @@ TEST_F(ServiceTest, AnUpdateOfANewerEditionReplacesTheShippedData) {
             std::string text = gameData(version, "update");
             data.writeString16(android::String16(text.c_str(), text.size()));
         });
-        auto client = newClient();
+        auto client = std::make_unique<HearthAsyncService>();
         ctrl::setGameServiceForTesting(client.get());
         config().getGameConfig(PACKAGE);
         ctrl::setGameServiceForTesting(nullptr);

@@ -54,14 +54,13 @@ TEST_F(CaptureCache, ANewSizeMakesANewTextureAndTheOldOneStays) {
     EXPECT_EQ(captureFrom(small), before);
 }
 
-TEST_F(CaptureCache, ALevelTwoAttachmentGivesThatLevelsSize) {
+// A level-2 attachment gives that level's size; the default framebuffer is the surface.
+TEST_F(CaptureCache, KeysTakeTheAttachedLevelsSizeOrTheSurfaces) {
     GameFramebuffer levelTwo(24, 10, 2);  // base level 96 x 40
     glBindFramebuffer(GL_DRAW_FRAMEBUFFER, levelTwo.framebuffer);
-    const drv::TextureKey key = capturer.getFramebufferKey(levelTwo.framebuffer);
-    EXPECT_EQ(key, (drv::TextureKey{GL_RGBA8, 24, 10}));
-}
-
-TEST_F(CaptureCache, TheDefaultFramebufferIsTheSurfaceWithItsFormat) {
+    EXPECT_EQ(capturer.getFramebufferKey(levelTwo.framebuffer),
+              (drv::TextureKey{GL_RGBA8, 24, 10}));
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, 0);
     EXPECT_EQ(capturer.getFramebufferKey(0), (drv::TextureKey{GL_RGBA8, 64, 48}));
 }
 
@@ -79,12 +78,6 @@ TEST_F(CaptureCache, AnEighthCreationKeepsYoungTexturesAndEvictionTakesOnlyOlder
     capturer.cleanOldTextures(now);  // strictly older only
     EXPECT_EQ(capturer.getCacheSize(), 1u);
     EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
-}
-
-TEST(TextureKeyHash, IsTheChainFromSeedFiveWithMultiplierFiftyNine) {
-    const drv::TextureKey key{GL_RGBA8, 1920, 1080};
-    EXPECT_EQ(drv::TextureKeyHash()(key),
-              static_cast<size_t>(1080u + 59u * 1920u + 59u * 59u * GL_RGBA8 + 1026895u));
 }
 
 }  // namespace

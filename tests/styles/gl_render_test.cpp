@@ -169,12 +169,12 @@ TEST_P(EffectOnMesa, SteadyFrameCreatesNoGlObjectAndAllocatesOnlyItsStateStores)
     GlObjectCounter objects;
     AllocationCounter allocations;
     for (int frame = 0; frame < 3; ++frame) styles::renderGuarded(manager);
-    const long counted = allocations.count();
+    const int counted = allocations.count();
     EXPECT_EQ(GlObjectCounter::count, 0);
     // One array per state store: the draw's store (and on the copy path the
     // texture binding's), and the capture's two plus, for an object, the
     // attachment size look-up's.
-    const long storesPerFrame = GetParam().fetch ? 1 : (GetParam().gameTarget ? 5 : 4);
+    const int storesPerFrame = GetParam().fetch ? 1 : (GetParam().gameTarget ? 5 : 4);
     EXPECT_EQ(counted, 3 * storesPerFrame);
 }
 
@@ -276,49 +276,44 @@ TEST(FailingStyle, DrawsNothingLeavesStateAndIsRetriedAfterAChangeOfEffect) {
     selectEffect("");
 }
 
-// A binary in a format the driver does not know: no program, the frame as
-// the game drew it, and no error left for the game's glGetError.
-TEST(RefusedBinary, LeavesTheFrameAndNoError) {
+// What the layer cannot draw with, a binary in a format the driver does not
+// know or a framebuffer whose colour no texture can take (here: none at all),
+// leaves the frame and the state as the game had them, with no error to read.
+TEST(CannotDraw, LeavesTheFrameTheStateAndNoError) {
     class BinaryStyle : public TestStyle {
       public:
         using TestStyle::TestStyle;
         bool hasBinaryShader() const override { return true; }
         std::vector<uint8_t> getShaderBinary() override { return {0x34, 0x12, 0, 0, 9, 9, 9, 9}; }
     };
-    GlContext context(WIDTH, HEIGHT);
-    drawPicture(WIDTH, HEIGHT);
-    styles::StyleManager manager;
-    BinaryStyle style(&manager, "binary", 1.0f);
-    manager.addStyle(&style);
-    selectEffect("binary");
-    const GlState before = snapshot();
-    styles::renderGuarded(manager);
-    EXPECT_EQ(differences(before, snapshot()), "");
-    selectEffect("");
-    EXPECT_EQ(countWrongPixels(
-                  readPixels(WIDTH, HEIGHT), [](int) { return false; }, 0),
-              0);
-}
-
-// A framebuffer whose colour no texture can take (here: none at all) stays as
-// the game drew it, with no error for the game to read.
-TEST(UnsupportedColourFormat, LeavesTheFrameAndNoError) {
-    GlContext context(WIDTH, HEIGHT);
-    GLuint framebuffer = 0, depth = 0;
-    glGenRenderbuffers(1, &depth);
-    glBindRenderbuffer(GL_RENDERBUFFER, depth);
-    glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH_COMPONENT16, WIDTH, HEIGHT);
-    glGenFramebuffers(1, &framebuffer);
-    glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
-    glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, depth);
-    styles::StyleManager manager;
-    TestStyle style(&manager, "test_invert", 1.0f, false);
-    manager.addStyle(&style);
-    selectEffect("test_invert");
-    const GlState before = snapshot();
-    styles::renderGuarded(manager);
-    EXPECT_EQ(differences(before, snapshot()), "");
-    selectEffect("");
+    for (bool binary : {true, false}) {
+        SCOPED_TRACE(binary ? "refused binary" : "no colour attachment");
+        GlContext context(WIDTH, HEIGHT);
+        drawPicture(WIDTH, HEIGHT);
+        if (!binary) {
+            GLuint framebuffer = 0, depth = 0;
+            glGenRenderbuffers(1, &depth);
+            glBindRenderbuffer(GL_RENDERBUFFER, depth);
+            glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH_COMPONENT16, WIDTH, HEIGHT);
+            glGenFramebuffers(1, &framebuffer);
+            glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+            glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, depth);
+        }
+        styles::StyleManager manager;
+        std::unique_ptr<TestStyle> style =
+            binary ? std::make_unique<BinaryStyle>(&manager, "cannot", 1.0f)
+                   : std::make_unique<TestStyle>(&manager, "cannot", 1.0f, false);
+        manager.addStyle(style.get());
+        selectEffect("cannot");
+        const GlState before = snapshot();
+        styles::renderGuarded(manager);
+        EXPECT_EQ(differences(before, snapshot()), "");
+        selectEffect("");
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+        EXPECT_EQ(countWrongPixels(
+                      readPixels(WIDTH, HEIGHT), [](int) { return false; }, 0),
+                  0);
+    }
 }
 
 // An effect library built against the public header alone, linked to nothing

@@ -18,11 +18,12 @@ std::string fragmentSource(const char* ownUniforms, const char* lastExtra) {
     return std::string(
                "#version 310 es\nprecision highp float;\n"
                "layout(location = 0) uniform vec4 tint;\n"
-               "layout(location = 1) uniform float weights[3];\n") +
+               "layout(location = 1) uniform float weights[3];\n"
+               "layout(location = 8) uniform int level;\n") +
            ownUniforms +
            "out vec4 color;\n"
            "void main() { color = tint * weights[0] * weights[1] * weights[2] * "
-           "float(count) + vec4(" +
+           "float(count) * float(level) + vec4(" +
            lastExtra + "); }\n";
 }
 
@@ -47,6 +48,7 @@ TEST(GlObjects, AssignUniformsCopiesLikeNamedUniformsOfTheSameTypeAndSize) {
     glProgramUniform1f(source.getName(), 3, 4.0f);
     glProgramUniform1i(source.getName(), 4, 7);
     glProgramUniform1f(source.getName(), 5, 9.0f);
+    glProgramUniform1i(source.getName(), 8, 5);
 
     destination.assignUniforms(source);
     EXPECT_EQ(drv::Program::getCurrentProgram(), destination.getName());
@@ -61,6 +63,9 @@ TEST(GlObjects, AssignUniformsCopiesLikeNamedUniformsOfTheSameTypeAndSize) {
     EXPECT_EQ(read(3, 1)[0], 4.0f);
     EXPECT_EQ(read(4, 1)[0], 0.0f);
     EXPECT_EQ(read(5, 1)[0], 0.0f);
+    GLint level = 0;
+    glGetUniformiv(destination.getName(), 8, &level);
+    EXPECT_EQ(level, 5);
     EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
     glUseProgram(0);
     source.close();

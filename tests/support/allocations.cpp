@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "AllocationCounter.h"
+
 namespace velour::test {
 
 namespace {
@@ -16,14 +18,17 @@ std::atomic<pthread_t> countingThread{};
 std::atomic<int> allocations{0};
 }  // namespace
 
-void startCountingAllocations() {
+AllocationCounter::AllocationCounter() {
     allocations = 0;
     countingThread = pthread_self();
     counting = true;
 }
 
-int stopCountingAllocations() {
+AllocationCounter::~AllocationCounter() {
     counting = false;
+}
+
+int AllocationCounter::count() const {
     return allocations;
 }
 
@@ -37,9 +42,18 @@ void* operator new(std::size_t size) {
     if (void* p = std::malloc(size ? size : 1)) return p;
     throw std::bad_alloc();
 }
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
 void operator delete(void* p) noexcept {
     std::free(p);
 }
+void operator delete[](void* p) noexcept {
+    std::free(p);
+}
 void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
+void operator delete[](void* p, std::size_t) noexcept {
     std::free(p);
 }
