@@ -54,10 +54,10 @@ constexpr float kFaceMin = 1.0f / 16, kFaceMax = 15.0f / 16;
 }  // namespace
 
 ShooterHud::ShooterHud(Update update) : update_(update), batch_(kMaxQuads) {
-    program_ = buildProgram("shooter", shaders::kShooterVertex, shaders::kShooterFragment);
+    program_ = buildProgram("shooter", shaders::kShooterVertex, shaders::kHudFragment);
     viewportLocation_ = uniformLocation(program_, "uViewport");
     glUseProgram(program_);
-    glUniform1i(uniformLocation(program_, "uTexture"), 0);
+    glUniform1i(uniformLocation(program_, "uAtlas"), 0);
     labelObject(kLabelProgram, program_, "HUD_Shooter");
 
     glActiveTexture(GL_TEXTURE0);
