@@ -73,14 +73,11 @@ struct Options {
     bool quiet = false;
 };
 
-Options parseOptions(int argc, char** argv, bool* help) {
+Options parseOptions(glapp::Arguments& args) {
     Options o;
-    glapp::Arguments args(argc, argv);
     while (args.next()) {
         const std::string& arg = args.option();
-        if (arg == "--help" || arg == "-h") {
-            *help = true;
-        } else if (arg == "--frames") {
+        if (arg == "--frames") {
             o.frames = parseInt(arg, args.value(), 1, 1000000);
         } else if (arg == "--warm-up") {
             o.warmUp = parseInt(arg, args.value(), 0, 1000000);
@@ -410,23 +407,5 @@ int run(const Options& o) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    bool help = false;
-    Options options;
-    try {
-        options = parseOptions(argc, argv, &help);
-    } catch (const UsageError& e) {
-        std::fprintf(stderr, "velour-framebench: %s (see --help)\n", e.what());
-        return 2;
-    }
-    if (help) {
-        std::fputs(kUsage, stdout);
-        return 0;
-    }
-    try {
-        return run(options);
-    } catch (const std::exception& e) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "velour-framebench: %s\n", e.what());
-        return 1;
-    }
+    return glapp::programMain("velour-framebench", kUsage, argc, argv, parseOptions, run);
 }

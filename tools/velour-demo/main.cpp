@@ -180,14 +180,11 @@ class Shooter {
     int rounds_[2] = {kMagazine, kMagazine};
 };
 
-Options parseOptions(int argc, char** argv, bool* help) {
+Options parseOptions(glapp::Arguments& args) {
     Options o;
-    glapp::Arguments args(argc, argv);
     while (args.next()) {
         const std::string& arg = args.option();
-        if (arg == "--help" || arg == "-h") {
-            *help = true;
-        } else if (arg == "--frames") {
+        if (arg == "--frames") {
             o.frames = parseInt(arg, args.value(), 1, 1000000);
         } else if (arg == "--size") {
             glapp::parseSize(arg, args.value(), kMinSide, kMaxSide, &o.width, &o.height);
@@ -303,23 +300,6 @@ int run(const Options& o) {
 }  // namespace demo
 
 int main(int argc, char** argv) {
-    bool help = false;
-    demo::Options options;
-    try {
-        options = demo::parseOptions(argc, argv, &help);
-    } catch (const glapp::UsageError& e) {
-        std::fprintf(stderr, "velour-demo: %s (see --help)\n", e.what());
-        return 2;
-    }
-    if (help) {
-        std::fputs(demo::kUsage, stdout);
-        return 0;
-    }
-    try {
-        return demo::run(options);
-    } catch (const std::exception& e) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "velour-demo: %s\n", e.what());
-        return 1;
-    }
+    return glapp::programMain("velour-demo", demo::kUsage, argc, argv, demo::parseOptions,
+                              demo::run);
 }

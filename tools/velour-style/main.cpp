@@ -77,10 +77,7 @@ Options parse(int argc, char** argv) {
     glapp::Arguments args(argc, argv);
     while (args.next()) {
         const std::string& arg = args.option();
-        if (arg == "--help") {
-            std::printf(USAGE, VELOUR_DEFAULT_SYSROOT);
-            std::exit(0);
-        } else if (arg == "--style") {
+        if (arg == "--style") {
             o.style = args.value();
         } else if (arg == "--input") {
             o.input = args.value();
@@ -110,6 +107,10 @@ Options parse(int argc, char** argv) {
         } else {
             throw UsageError("unknown option " + arg);
         }
+    }
+    if (args.helpAsked()) {
+        std::printf(USAGE, VELOUR_DEFAULT_SYSROOT);
+        std::exit(0);
     }
     if (o.style.empty()) throw UsageError("--style is missing");
     if (o.output.empty()) throw UsageError("--output is missing");
