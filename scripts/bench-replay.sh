@@ -25,6 +25,8 @@ EOF
 
 top=$(cd "$(dirname "$0")/.." && pwd)
 build=${VELOUR_BUILD_DIR:-$top/build}
+me=bench-replay.sh
+. "$top/scripts/bench-lib.sh"
 rounds=3
 seconds=5
 traces=
@@ -40,22 +42,13 @@ while [ $# -gt 0 ]; do
     *) echo "bench-replay.sh: unknown option '$1'" >&2; usage >&2; exit 2 ;;
   esac
 done
-for n in "$rounds" "$seconds"; do
-  case $n in ''|*[!0-9]*) echo "bench-replay.sh: '$n' is not a whole number" >&2; exit 2 ;; esac
-done
+whole_numbers "$rounds" "$seconds"
 for tool in apitrace eglretrace glmark2-es2 xvfb-run; do
   command -v "$tool" >/dev/null ||
     { echo "bench-replay.sh: $tool is missing; run scripts/setup.sh" >&2; exit 1; }
 done
 
-if [ ! -f "$build/build.ninja" ]; then
-  cmake -S "$top" -B "$build" -G Ninja >/dev/null
-fi
-if ! ninja -C "$build" velour-run >"$build/bench-replay-build.log" 2>&1; then
-  tail -n 20 "$build/bench-replay-build.log" >&2
-  exit 1
-fi
-run=$build/tools/velour-run/velour-run
+build_targets velour-run
 
 work=$(mktemp -d /tmp/velour-bench-replay-XXXXXX)
 trap 'rm -rf "$work"' EXIT
@@ -64,7 +57,6 @@ mkdir -p "$traces"
 
 # Replays need no X server: Mesa's surfaceless platform, as in the tests.
 export WAFFLE_PLATFORM=surfaceless_egl
-export LP_NUM_THREADS=${LP_NUM_THREADS:-0}
 
 name_of() { printf '%s' "$1" | tr ':=' '__'; }
 
@@ -87,12 +79,7 @@ ways=(direct glthread mode0 mode3)
 replay() {
   local way=$1 sysroot=$2
   shift 2
-  case $way in
-    direct) eglretrace --headless "$@" ;;
-    glthread) mesa_glthread=true eglretrace --headless "$@" ;;
-    mode*) "$run" --package com.velour.demo --mode "${way#mode}" --sysroot "$sysroot" \
-             --prop vendor.nimbo.orlo.log.level=5 -- eglretrace --headless "$@" ;;
-  esac
+  run_way_of "$way" "$sysroot" eglretrace --headless "$@"
 }
 
 # Drains a frame from the layer's counter lines, from the first line at frame
@@ -135,7 +122,7 @@ for ((r = 1; r <= rounds; r++)); do
       frames=$(printf '%s\n' "$out" | sed -n 's/Rendered \([0-9]*\) frames.*/\1/p')
       drains=-
       if [ "$way" = mode0 ]; then
-        log=$sysroot/sdcard/nimbo.orlo.velour.com.velour.demo.log
+        log=$(way_log "$sysroot")
         drains=$(drains_per_frame "$log")
         causes "$log" >"$work/$n.causes"
       fi
@@ -145,12 +132,6 @@ for ((r = 1; r <= rounds; r++)); do
     done
   done
 done
-
-median() {  # column c of a results file
-  awk -v c="$2" '{ print $c }' "$1" | sort -g | awk '{ v[NR] = $1 } END {
-    if (v[1] == "-") { print "-"; exit }
-    print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'
-}
 
 printf '\n%s rounds, medians; fps of eglretrace -b, images of every frame against direct\n\n' \
   "$rounds"
