@@ -156,5 +156,7 @@ done
 echo
 for scene in $scenes; do
   n=$(name_of "$scene")
-  [ -s "$work/$n.causes" ] && echo "$scene, mode 0, drains by entry point over the run: $(cat "$work/$n.causes")"
+  if [ -s "$work/$n.causes" ]; then
+    echo "$scene, mode 0, drains by entry point over the run: $(cat "$work/$n.causes")"
+  fi
 done
