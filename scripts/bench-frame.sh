@@ -49,6 +49,10 @@ whole_numbers "$frames" "$draws" "$rounds" ${game_work:+"$game_work"}
 build_targets velour-run velour-framebench
 bench=$build/bench/frame/velour-framebench
 
+# llvmpipe rasterises on the thread that flushes when it has no threads of its
+# own, so all driver work stays on the thread making GL calls and the two
+# cores are left to the game and whatever worker a way brings.
+export LP_NUM_THREADS=${LP_NUM_THREADS:-0}
 # llvmpipe grows the heap during a frame and glibc hands it back at the end,
 # so with glibc's trimming every frame pays again in page faults (about seven
 # times the driver's own cost here), which would swamp the calls being

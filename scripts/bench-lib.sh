@@ -40,14 +40,10 @@ way_log() {
   echo "$1/sdcard/nimbo.orlo.velour.com.velour.demo.log"
 }
 
-# The median of column C of a results file; "-" when the column has no figures.
+# The median of column C of a results file ("-": the standard input); "-"
+# when the column has no figures.
 median() {
   awk -v c="$2" '{ print $c }' "$1" | sort -g | awk '{ v[NR] = $1 } END {
     if (v[1] == "-") { print "-"; exit }
     print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'
 }
-
-# llvmpipe rasterises on the thread that flushes when it has no threads of its
-# own, so all driver work stays on the thread making GL calls and the two
-# cores are left to the program and whatever worker a way brings.
-export LP_NUM_THREADS=${LP_NUM_THREADS:-0}

@@ -57,6 +57,7 @@ mkdir -p "$traces"
 
 # Replays need no X server: Mesa's surfaceless platform, as in the tests.
 export WAFFLE_PLATFORM=surfaceless_egl
+export LP_NUM_THREADS=${LP_NUM_THREADS:-0}
 
 name_of() { printf '%s' "$1" | tr ':=' '__'; }
 
