@@ -11,11 +11,12 @@
 
 namespace demo {
 
-using glapp::buildProgram;
 using glapp::checkGl;
-using glapp::uniformLocation;
 
 namespace {
+
+// The text colour of the HUD and the lobby.
+constexpr std::uint8_t kWhite[4] = {240, 240, 240, 255};
 
 // Room for every widget of a frame, text included.
 constexpr std::size_t kMaxQuads = 256;
@@ -123,12 +124,7 @@ const char* const* glyphRows(char c) {
 }
 
 Hud::Hud() : batch_(kMaxQuads) {
-    program_ = buildProgram("hud", shaders::kHudVertex, shaders::kHudFragment);
-    viewportLocation_ = uniformLocation(program_, "uViewport");
-    glUseProgram(program_);
-    glUniform1i(uniformLocation(program_, "uAtlas"), 3);
-
-    labelObject(kLabelProgram, program_, "HUD_Sprite");
+    program_ = makeHudProgram("hud", shaders::kHudVertex, 3, "HUD_Sprite", &viewportLocation_);
 
     // Nearest: glyph quads are whole multiples of the texel size.
     glActiveTexture(GL_TEXTURE3);
@@ -208,17 +204,11 @@ void Hud::flush(int width, int height) {
 }
 
 void Hud::draw(int screenWidth, int screenHeight, int frame, float health, bool targetVisible) {
-    const float width = static_cast<float>(screenWidth);
-    const float height = static_cast<float>(screenHeight);
-    const float px = hudPixel(screenHeight);
+    const auto [width, height, px] = hudScreen(screenWidth, screenHeight);
     batch_.clear();
-    const std::uint8_t panel[4] = {10, 14, 24, 150};
-    const std::uint8_t white[4] = {240, 240, 240, 255};
-    const std::uint8_t barBack[4] = {40, 20, 20, 200};
-    const std::uint8_t yellow[4] = {255, 210, 60, 255};
-    const std::uint8_t grey[4] = {140, 140, 150, 220};
-    const std::uint8_t map[4] = {30, 60, 40, 170};
-    const std::uint8_t marker[4] = {250, 80, 60, 255};
+    const std::uint8_t panel[4] = {10, 14, 24, 150}, barBack[4] = {40, 20, 20, 200};
+    const std::uint8_t yellow[4] = {255, 210, 60, 255}, grey[4] = {140, 140, 150, 220};
+    const std::uint8_t map[4] = {30, 60, 40, 170}, marker[4] = {250, 80, 60, 255};
     const std::uint8_t reticle[4] = {120, 255, 120, 230};
 
     const float margin = 4 * px;
@@ -226,11 +216,11 @@ void Hud::draw(int screenWidth, int screenHeight, int frame, float health, bool 
     batch_.widget(atlas_);
     char label[32];
     std::snprintf(label, sizeof label, "FRAME %05d", frame);
-    text(margin + 2 * px, margin + 2 * px, px, label, white);
+    text(margin + 2 * px, margin + 2 * px, px, label, kWhite);
     batch_.widget(font_);
 
     // The bar fades from red at its left end towards green as health rises.
-    text(margin + 2 * px, margin + 12 * px, px, "HP", white);
+    text(margin + 2 * px, margin + 12 * px, px, "HP", kWhite);
     batch_.widget(font_);
     const float barX = margin + 16 * px, barY = margin + 12 * px;
     const float barW = 50 * px, barH = 7 * px;
@@ -252,7 +242,7 @@ void Hud::draw(int screenWidth, int screenHeight, int frame, float health, bool 
     solid(width - margin - 40 * px, height - margin - 11 * px, 40 * px, 11 * px, panel, panel);
     batch_.widget(atlas_);
     std::snprintf(label, sizeof label, "MAG %02d", 30 - (frame / 7) % 31);
-    text(width - margin - 38 * px, height - margin - 9 * px, px, label, white);
+    text(width - margin - 38 * px, height - margin - 9 * px, px, label, kWhite);
     batch_.widget(font_);
 
     // Minimap, top right, with the player's marker circling.
@@ -272,14 +262,10 @@ void Hud::draw(int screenWidth, int screenHeight, int frame, float health, bool 
 }
 
 void Hud::drawLobby(int screenWidth, int screenHeight, int frame) {
-    const float width = static_cast<float>(screenWidth);
-    const float height = static_cast<float>(screenHeight);
-    const float px = hudPixel(screenHeight);
+    const auto [width, height, px] = hudScreen(screenWidth, screenHeight);
     batch_.clear();
-    const std::uint8_t backdrop[4] = {40, 70, 120, 255};
-    const std::uint8_t button[4] = {70, 90, 140, 235};
+    const std::uint8_t backdrop[4] = {40, 70, 120, 255}, button[4] = {70, 90, 140, 235};
     const std::uint8_t chosen[4] = {200, 150, 60, 245};
-    const std::uint8_t white[4] = {240, 240, 240, 255};
 
     // The backdrop drifts slowly: its pattern repeats every 8 texels.
     const float drift = 0.01f * static_cast<float>(frame % 800);
@@ -293,7 +279,7 @@ void Hud::drawLobby(int screenWidth, int screenHeight, int frame) {
         quad(width / 2 - 40 * px, y, 80 * px, 11 * px, 0, 0, 1, 1, i == selected ? chosen : button,
              i == selected ? chosen : button);
         batch_.widget(lobbyButton_);
-        text(width / 2 - 36 * px, y + 2 * px, px, labels[i], white);
+        text(width / 2 - 36 * px, y + 2 * px, px, labels[i], kWhite);
         batch_.widget(font_);
     }
     flush(screenWidth, screenHeight);

@@ -44,13 +44,9 @@ class Hud {
     // One draw per widget, all from the same client arrays.
     void flush(int width, int height);
 
-    GLuint program_ = 0;
-    GLuint atlas_ = 0;
+    GLuint program_ = 0, atlas_ = 0, crosshair_ = 0, lobbyBackground_ = 0, lobbyButton_ = 0;
     // The same glyphs as the atlas, kept apart as engines keep their fonts.
     GLuint font_ = 0;
-    GLuint crosshair_ = 0;
-    GLuint lobbyBackground_ = 0;
-    GLuint lobbyButton_ = 0;
     GLint viewportLocation_ = -1;
     // Rebuilt each frame and handed to GL straight from client memory.
     QuadBatch<Vertex> batch_;

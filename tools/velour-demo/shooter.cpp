@@ -9,9 +9,7 @@
 
 namespace demo {
 
-using glapp::buildProgram;
 using glapp::checkGl;
-using glapp::uniformLocation;
 
 namespace {
 
@@ -54,11 +52,8 @@ constexpr float kFaceMin = 1.0f / 16, kFaceMax = 15.0f / 16;
 }  // namespace
 
 ShooterHud::ShooterHud(Update update) : update_(update), batch_(kMaxQuads) {
-    program_ = buildProgram("shooter", shaders::kShooterVertex, shaders::kHudFragment);
-    viewportLocation_ = uniformLocation(program_, "uViewport");
-    glUseProgram(program_);
-    glUniform1i(uniformLocation(program_, "uAtlas"), 0);
-    labelObject(kLabelProgram, program_, "HUD_Shooter");
+    program_ =
+        makeHudProgram("shooter", shaders::kShooterVertex, 0, "HUD_Shooter", &viewportLocation_);
 
     glActiveTexture(GL_TEXTURE0);
     button_ = makeTexture(8, 8, panelTexels(90), GL_NEAREST, GL_CLAMP_TO_EDGE, "HUD_WeaponButton");
@@ -149,9 +144,7 @@ void ShooterHud::upload() {
 }
 
 void ShooterHud::draw(int screenWidth, int screenHeight, const ShooterState& state) {
-    const float width = static_cast<float>(screenWidth);
-    const float height = static_cast<float>(screenHeight);
-    const float px = hudPixel(screenHeight);
+    const auto [width, height, px] = hudScreen(screenWidth, screenHeight);
     batch_.clear();
     const std::uint8_t frame[4] = {200, 200, 210, 220};
     const std::uint8_t slot[4] = {120, 120, 130, 200};

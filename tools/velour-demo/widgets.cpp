@@ -2,7 +2,9 @@
 
 #include <cstdint>
 
+#include "glapp/gl_program.h"
 #include "labels.h"
+#include "shaders.h"
 
 namespace demo {
 
@@ -21,6 +23,16 @@ GLuint makeTexture(int width, int height, const std::vector<std::uint8_t>& texel
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, wrap);
     if (label) labelObject(kLabelTexture, texture, label);
     return texture;
+}
+
+GLuint makeHudProgram(const char* name, const char* vertexSource, int unit, const char* label,
+                      GLint* viewportLocation) {
+    const GLuint program = glapp::buildProgram(name, vertexSource, shaders::kHudFragment);
+    *viewportLocation = glapp::uniformLocation(program, "uViewport");
+    glUseProgram(program);
+    glUniform1i(glapp::uniformLocation(program, "uAtlas"), unit);
+    labelObject(kLabelProgram, program, label);
+    return program;
 }
 
 std::vector<std::uint8_t> panelTexels(std::uint8_t face) {

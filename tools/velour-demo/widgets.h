@@ -17,9 +17,19 @@ GLuint makeTexture(int width, int height, const std::vector<std::uint8_t>& texel
 // A panel face of 8x8 texels at `face` with a bright rim.
 std::vector<std::uint8_t> panelTexels(std::uint8_t face);
 
-// The HUD's pixel size: 2 from 360 lines up, else 1.
-inline float hudPixel(int screenHeight) {
-    return screenHeight >= 360 ? 2.0f : 1.0f;
+// A HUD program: `vertexSource` with the HUDs' fragment shader, its texture
+// on unit `unit`, labelled `label`; the location of its viewport uniform
+// goes to `viewportLocation`.
+GLuint makeHudProgram(const char* name, const char* vertexSource, int unit, const char* label,
+                      GLint* viewportLocation);
+
+// A HUD frame's screen in pixels, and the HUD's pixel size: 2 from 360 lines
+// up, else 1.
+struct HudScreen {
+    float width, height, px;
+};
+inline HudScreen hudScreen(int width, int height) {
+    return {static_cast<float>(width), static_cast<float>(height), height >= 360 ? 2.0f : 1.0f};
 }
 
 struct Widget {
