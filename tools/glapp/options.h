@@ -40,15 +40,19 @@ class Arguments {
     bool help = false;
 };
 
-// A program's main: `parse(Arguments&)` makes its options, `run(options)`
-// its exit status. Prints `usage` for --help (exit 0); a UsageError exits 2
-// with a pointer to --help, any other failure 1, each named after `name`.
-template <typename Parse, typename Run>
-int programMain(const char* name, const char* usage, int argc, char** argv, Parse parse, Run run) {
+// A program's main: `take(options, option, args)` takes each option into the
+// Options, false for one it does not know; `run(options)` gives the exit
+// status. Prints `usage` for --help (exit 0); a bad command line exits 2 with
+// a pointer to --help, any other failure 1, each named after `name`.
+template <typename Options, typename Take, typename Run>
+int programMain(const char* name, const char* usage, int argc, char** argv, Take take, Run run) {
     Arguments args(argc, argv);
-    decltype(parse(args)) options;
+    Options options;
     try {
-        options = parse(args);
+        while (args.next()) {
+            if (!take(options, args.option(), args))
+                throw UsageError("unknown option '" + args.option() + "'");
+        }
     } catch (const UsageError& e) {
         std::fprintf(stderr, "%s: %s (see --help)\n", name, e.what());
         return 2;
