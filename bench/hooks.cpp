@@ -5,7 +5,6 @@
 
 #include <memory>
 
-#include "TestSysroot.h"
 #include "core/context.h"
 #include "core/render-context.h"
 #include "fake_driver.h"
@@ -64,10 +63,3 @@ void BM_BindLabelledTextureThroughThunk(benchmark::State& state) {
 BENCHMARK(BM_BindLabelledTextureThroughThunk);
 
 }  // namespace
-
-int main(int argc, char** argv) {
-    velour::test::TestSysroot sysroot;
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
-}

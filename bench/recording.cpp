@@ -3,62 +3,43 @@
 // worker keeps up and the numbers are the producer's own.
 #include <benchmark/benchmark.h>
 
-#include "TestSysroot.h"
-#include "core/context.h"
 #include "core/deferred_executor/Executor.h"
-#include "core/render-context.h"
-#include "fake_driver.h"
-#include "velour/entry_points.h"
+#include "fake_game.h"
 #include "velour/utils/Configuration.h"
 
 using namespace velour;
 
 namespace {
 
-EGLDisplay display() {
-    return reinterpret_cast<EGLDisplay>(0x10);
-}
-EGLSurface surface() {
-    return reinterpret_cast<EGLSurface>(0x20);
-}
-
-// A game context in deferred mode over a driver whose GL calls do nothing.
-struct Game {
-    EGLContext context;
-
-    Game() {
-        fake::reset();
-        drv::initRealGL(nullptr, fake::getNextProc);
-        gles::initFunctionTable();
-        hijack::glBlendFunc = [](GLenum, GLenum) {};
-        hijack::glUniform4fv = [](GLint, GLsizei, const GLfloat*) {};
-        hijack::glDrawArrays = [](GLenum, GLint, GLsizei) {};
-        hijack::glFlush = [] {};
-        hijack::glFinish = [] {};
-        hijack::eglSwapBuffers = [](EGLDisplay, EGLSurface) -> EGLBoolean { return EGL_TRUE; };
-        static std::uintptr_t next = 0x100;
-        fake::setHandler("eglCreateContext", [](const fake::Call&) { return next++; });
-        fake::setReturn("eglMakeCurrent", EGL_TRUE);
-        core::context.gameConfig.runtimeMode = core::MODE_DEFERRED;
-        context = core::egl::deferred::createContext(display(), nullptr, nullptr, nullptr);
-        core::egl::deferred::makeCurrent(display(), surface(), surface(), context);
+// A game context in deferred mode, bound, past warm-up.
+struct Game : bench::FakeGame {
+    Game()
+        : FakeGame(core::MODE_DEFERRED, [] {
+              hijack::glBlendFunc = [](GLenum, GLenum) {};
+              hijack::glUniform4fv = [](GLint, GLsizei, const GLfloat*) {};
+              hijack::glDrawArrays = [](GLenum, GLint, GLsizei) {};
+              hijack::glFlush = [] {};
+              hijack::glFinish = [] {};
+              hijack::eglSwapBuffers = [](EGLDisplay, EGLSurface) -> EGLBoolean {
+                  return EGL_TRUE;
+              };
+          }) {
+        core::egl::deferred::makeCurrent(bench::fakeDisplay(), bench::fakeSurface(),
+                                         bench::fakeSurface(), context);
         // Past warm-up, with production buffers: what a game runs with.
         utils::Configuration::global().sets("orlo.de.job_queue_count", "2");
         utils::Configuration::global().sets("de.job_queue_count", "2");
         auto* executor = core::tlglobals.executor;
         for (int frame = 0; frame <= 100; ++frame) {
             for (int draw = 0; draw < 50; ++draw) executor->countDraw();
-            core::egl::deferred::swapBuffers(display(), surface());
+            core::egl::deferred::swapBuffers(bench::fakeDisplay(), bench::fakeSurface());
         }
     }
-    ~Game() {
-        core::egl::deferred::makeCurrent(display(), nullptr, nullptr, EGL_NO_CONTEXT);
-        core::egl::deferred::destroyContext(display(), context);
-    }
     // Frames end now and then, so that frame data is recycled as in a game.
-    static void frameEvery(benchmark::State& state, int calls) {
+    static void frameEvery(benchmark::State&, int calls) {
         static int n = 0;
-        if (++n % calls == 0) core::egl::deferred::swapBuffers(display(), surface());
+        if (++n % calls == 0)
+            core::egl::deferred::swapBuffers(bench::fakeDisplay(), bench::fakeSurface());
     }
 };
 
@@ -96,11 +77,3 @@ void draw(benchmark::State& state) {
 BENCHMARK(draw);
 
 }  // namespace
-
-int main(int argc, char** argv) {
-    velour::test::TestSysroot sysroot;
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

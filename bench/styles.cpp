@@ -7,7 +7,6 @@
 
 #include <EGL/egl.h>
 #include <benchmark/benchmark.h>
-#include <dlfcn.h>
 
 #include <cstdio>
 #include <cstring>
@@ -18,6 +17,7 @@
 #include "TestStyle.h"
 #include "TestSysroot.h"
 #include "ctrl/PropertyConfig.h"
+#include "glapp/effect_library.h"
 #include "styles/RenderGuard.h"
 #include "velour/entry_points.h"
 
@@ -146,25 +146,11 @@ const char* const TESSEL_STYLES[] = {"null",     "color_invert",     "cel_shadin
 using Initialize = void (*)(styles::StyleManager*);
 Initialize g_initialize = nullptr;
 
-// On the copy path the driver's framebuffer-fetch extensions are hidden from
-// the layer, so that the renderer copies the frame as a driver without them.
-bool g_hideFetch = false;
-const GLubyte* GL_APIENTRY hidingGetStringi(GLenum name, GLuint index) {
-    const GLubyte* text = glGetStringi(name, index);
-    if (g_hideFetch && name == GL_EXTENSIONS && text &&
-        std::strstr(reinterpret_cast<const char*>(text), "shader_framebuffer_fetch"))
-        return reinterpret_cast<const GLubyte*>("GL_VELOUR_hidden_extension");
-    return text;
-}
-void* hidingLookUp(void*, const char* name) {
-    if (std::strcmp(name, "glGetStringi") == 0) return reinterpret_cast<void*>(hidingGetStringi);
-    return reinterpret_cast<void*>(eglGetProcAddress(name));
-}
-
 void tessel(benchmark::State& state, bool fetch, Size size, const char* style) {
     test::GlContext context(size.width, size.height);
-    g_hideFetch = !fetch;
-    drv::initRealGL(nullptr, hidingLookUp);
+    // On the copy path the renderer copies the frame as on a driver without fetch.
+    glapp::hideFramebufferFetch(!fetch);
+    drv::initRealGL(nullptr, glapp::lookUpDriver);
     test::drawPicture(size.width, size.height);
     styles::StyleManager manager;
     g_initialize(&manager);
@@ -182,10 +168,10 @@ void tessel(benchmark::State& state, bool fetch, Size size, const char* style) {
 bool loadTessel(test::TestSysroot& sysroot) {
     const std::string dat = "/odm/etc/tesselfx/defaultFilterConfig.dat";
     sysroot.write(dat, test::readFile(VELOUR_BUILT_SYSROOT + dat));
-    void* library = dlopen(VELOUR_BUILT_SYSROOT "/odm/lib/libtessel.so", RTLD_NOW);
-    if (library) g_initialize = reinterpret_cast<Initialize>(dlsym(library, "Tessel_Initialize"));
-    if (!g_initialize)
-        std::fprintf(stderr, "no libtessel.so, its styles are left out: %s\n", dlerror());
+    std::string error;
+    g_initialize = glapp::effectInitializer<styles::StyleManager>(
+        VELOUR_BUILT_SYSROOT "/odm/lib/libtessel.so", &error);
+    if (!g_initialize) std::fprintf(stderr, "its styles are left out: %s\n", error.c_str());
     return g_initialize != nullptr;
 }
 

@@ -26,6 +26,8 @@ EOF
 
 top=$(cd "$(dirname "$0")/.." && pwd)
 build=${VELOUR_BUILD_DIR:-$top/build}
+me=bench-frame.sh
+. "$top/scripts/bench-lib.sh"
 frames=300
 draws=3000
 game_work=
@@ -44,22 +46,12 @@ while [ $# -gt 0 ]; do
     *) echo "bench-frame.sh: unknown option '$1'" >&2; usage >&2; exit 2 ;;
   esac
 done
-for n in "$frames" "$draws" "$rounds" ${game_work:+"$game_work"} $buffers; do
-  case $n in ''|*[!0-9]*) echo "bench-frame.sh: '$n' is not a whole number" >&2; exit 2 ;; esac
-done
+whole_numbers "$frames" "$draws" "$rounds" ${game_work:+"$game_work"} $buffers
 
-# Build only what the runs need; ninja does nothing when it is up to date.
-if [ ! -f "$build/build.ninja" ]; then
-  cmake -S "$top" -B "$build" -G Ninja >/dev/null
-fi
-if ! ninja -C "$build" velour-run velour-framebench >"$build/bench-frame-build.log" 2>&1; then
-  tail -n 20 "$build/bench-frame-build.log" >&2
-  echo "bench-frame.sh: build failed (velour-framebench needs VELOUR_BUILD_TESTS and" \
-    "Google Benchmark, like the other benchmarks)" >&2
-  exit 1
-fi
+# velour-framebench needs VELOUR_BUILD_TESTS and Google Benchmark, like the
+# other benchmarks.
+build_targets velour-run velour-framebench
 bench=$build/bench/frame/velour-framebench
-run=$build/tools/velour-run/velour-run
 
 # llvmpipe rasterises on the thread that flushes when it has no threads of its
 # own, so all driver work stays on the thread making GL calls and the two
@@ -114,20 +106,8 @@ per_frame() {
 run_way() {
   local way=$1 round=$2 out line sysroot=
   local err=$work/$way-$round.err
-  case $way in
-    direct) out=$("$bench" "${args[@]}" 2>"$err") ;;
-    glthread) out=$(mesa_glthread=true "$bench" "${args[@]}" 2>"$err") ;;
-    mode*)
-      sysroot=$work/$way-$round
-      local mode=${way#mode} props=(--prop vendor.nimbo.orlo.log.level=5)
-      if [[ $mode == *q* ]]; then
-        props+=(--prop "vendor.nimbo.orlo.de.job_queue_count=${mode#*q}"
-                --prop "vendor.nimbo.de.job_queue_count=${mode#*q}")
-        mode=${mode%%q*}
-      fi
-      out=$("$run" --package com.velour.demo --mode "$mode" --sysroot "$sysroot" \
-        "${props[@]}" -- "$bench" "${args[@]}" 2>"$err") ;;
-  esac || true
+  case $way in mode*) sysroot=$work/$way-$round ;; esac
+  out=$(run_way_of "$way" "$sysroot" "$bench" "${args[@]}" 2>"$err") || true
   line=$(printf '%s\n' "$out" | grep '^fps=' | tail -n 1)
   if [ -z "$line" ]; then
     echo "bench-frame.sh: ${label[$way]} gave no result line; its last words:" >&2
@@ -137,7 +117,7 @@ run_way() {
   local drains="-"
   if [ -n "$sysroot" ]; then
     local counters
-    counters=$(per_frame "$sysroot/sdcard/nimbo.orlo.velour.com.velour.demo.log")
+    counters=$(per_frame "$(way_log "$sysroot")")
     drains=${counters%% *}
     if [ "$way" = mode0 ]; then
       printf '%s %s\n' "$(printf '%s\n' "$line" | sed -n 's/.*render_ms=\([0-9.]*\).*/\1/p')" \
@@ -158,12 +138,6 @@ echo "velour-framebench: $frames frames after 120 unmeasured, $draws draws a fra
 for ((r = 1; r <= rounds; r++)); do
   for way in "${ways[@]}"; do run_way "$way" "$r"; done
 done
-
-median() {  # column of a results file
-  awk -v c="$2" '{ print $c }' "$1" | sort -g | awk '{ v[NR] = $1 } END {
-    if (v[1] == "-") { print "-"; exit }
-    print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'
-}
 
 base_fps=$(median "$work/direct.txt" 1)
 base_ms=$(median "$work/direct.txt" 2)

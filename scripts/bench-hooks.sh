@@ -19,6 +19,8 @@ USAGE
 
 top=$(cd "$(dirname "$0")/.." && pwd)
 build=${VELOUR_BUILD_DIR:-$top/build}
+me=bench-hooks.sh
+. "$top/scripts/bench-lib.sh"
 frames=600
 size=640x360
 rounds=3
@@ -32,11 +34,9 @@ while [ $# -gt 0 ]; do
   esac
 done
 
-if [ ! -f "$build/build.ninja" ]; then
-  cmake -S "$top" -B "$build" -G Ninja >/dev/null
-fi
-ninja -C "$build" velour-run velour-demo tessel_sysroot >"$build/bench-hooks-build.log" 2>&1 ||
-  { tail -n 20 "$build/bench-hooks-build.log" >&2; exit 1; }
+whole_numbers "$frames" "$rounds"
+
+build_targets velour-run velour-demo tessel_sysroot
 run=$build/tools/velour-run/velour-run
 demo=$build/tools/velour-demo/velour-demo
 
@@ -54,8 +54,6 @@ measure() {  # package mode
   rm -f "$times"
 }
 
-median() { sort -n | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
-
 results=$(mktemp)
 trap 'rm -f "$results"' EXIT
 for round in $(seq "$rounds"); do
@@ -70,10 +68,10 @@ done
 
 printf '%-6s %-22s %8s %12s %10s\n' mode game fps "CPU ms/frame" "CPU cost"
 for mode in 0 3; do
-  base=$(awk -v m="$mode" '$1 == m && $2 == "com.velour.demo" { print $4 }' "$results" | median)
+  base=$(awk -v m="$mode" '$1 == m && $2 == "com.velour.demo" { print $4 }' "$results" | median - 1)
   for package in com.velour.demo com.velour.pubg; do
-    fps=$(awk -v m="$mode" -v p="$package" '$1 == m && $2 == p { print $3 }' "$results" | median)
-    ms=$(awk -v m="$mode" -v p="$package" '$1 == m && $2 == p { print $4 }' "$results" | median)
+    fps=$(awk -v m="$mode" -v p="$package" '$1 == m && $2 == p { print $3 }' "$results" | median - 1)
+    ms=$(awk -v m="$mode" -v p="$package" '$1 == m && $2 == p { print $4 }' "$results" | median - 1)
     game=$([ "$package" = com.velour.demo ] && echo "0 (no hooks)" || echo "1 (hooks, style null)")
     # The CPU time's change against game 0: what the hooks add to a frame.
     cost=$(awk -v b="$base" -v c="$ms" 'BEGIN { printf "%+.1f%%", (c / b - 1) * 100 }')

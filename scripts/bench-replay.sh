@@ -26,6 +26,8 @@ EOF
 
 top=$(cd "$(dirname "$0")/.." && pwd)
 build=${VELOUR_BUILD_DIR:-$top/build}
+me=bench-replay.sh
+. "$top/scripts/bench-lib.sh"
 rounds=3
 nframes=600
 traces=
@@ -42,22 +44,13 @@ while [ $# -gt 0 ]; do
     *) echo "bench-replay.sh: unknown option '$1'" >&2; usage >&2; exit 2 ;;
   esac
 done
-for n in "$rounds" "$nframes"; do
-  case $n in ''|*[!0-9]*) echo "bench-replay.sh: '$n' is not a whole number" >&2; exit 2 ;; esac
-done
+whole_numbers "$rounds" "$nframes"
 for tool in apitrace eglretrace glmark2-es2 xvfb-run; do
   command -v "$tool" >/dev/null ||
     { echo "bench-replay.sh: $tool is missing; run scripts/setup.sh" >&2; exit 1; }
 done
 
-if [ ! -f "$build/build.ninja" ]; then
-  cmake -S "$top" -B "$build" -G Ninja >/dev/null
-fi
-if ! ninja -C "$build" velour-run >"$build/bench-replay-build.log" 2>&1; then
-  tail -n 20 "$build/bench-replay-build.log" >&2
-  exit 1
-fi
-run=$build/tools/velour-run/velour-run
+build_targets velour-run
 
 work=$(mktemp -d /tmp/velour-bench-replay-XXXXXX)
 trap 'rm -rf "$work"' EXIT
@@ -103,12 +96,7 @@ ways=(direct glthread mode0 mode3)
 replay() {
   local way=$1 sysroot=$2
   shift 2
-  case $way in
-    direct) eglretrace --headless "$@" ;;
-    glthread) mesa_glthread=true eglretrace --headless "$@" ;;
-    mode*) "$run" --package com.velour.demo --mode "${way#mode}" --sysroot "$sysroot" \
-             --prop vendor.nimbo.orlo.log.level=5 -- eglretrace --headless "$@" ;;
-  esac
+  run_way_of "$way" "$sysroot" eglretrace --headless "$@"
 }
 
 # Drains a frame from the layer's counter lines, from the first line at frame
@@ -155,7 +143,7 @@ for ((r = 1; r <= rounds; r++)); do
           else print 0, "" }')
       drains=-
       if [ "$way" = mode0 ]; then
-        log=$sysroot/sdcard/nimbo.orlo.velour.com.velour.demo.log
+        log=$(way_log "$sysroot")
         drains=$(drains_per_frame "$log")
         causes "$log" >"$work/$n.causes"
       fi
@@ -165,12 +153,6 @@ for ((r = 1; r <= rounds; r++)); do
     done
   done
 done
-
-median() {  # column c of a results file
-  awk -v c="$2" '{ print $c }' "$1" | sort -g | awk '{ v[NR] = $1 } END {
-    if (v[1] == "-") { print "-"; exit }
-    print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'
-}
 
 printf '\n%s rounds, medians; fps past frame %s (eglretrace -b, whole trace less its head), images of every frame against direct\n\n' \
   "$rounds" "$head_frames"
@@ -195,5 +177,7 @@ done
 echo
 for scene in $scenes; do
   n=$(name_of "$scene")
-  [ -s "$work/$n.causes" ] && echo "$scene, mode 0, drains by entry point over the run: $(cat "$work/$n.causes")"
+  if [ -s "$work/$n.causes" ]; then
+    echo "$scene, mode 0, drains by entry point over the run: $(cat "$work/$n.causes")"
+  fi
 done

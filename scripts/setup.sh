@@ -10,7 +10,7 @@ packages=(
   android-libutils-dev android-platform-frameworks-native-headers
   libgtest-dev libgmock-dev libbenchmark-dev
   libpng-dev libegl-mesa0 libgl1-mesa-dri
-  apitrace piglit
+  apitrace piglit python3-pil
   glmark2-es2-x11 xvfb xauth
   clang libclang-rt-dev
 )

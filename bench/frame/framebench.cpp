@@ -29,7 +29,6 @@ using glapp::EglSession;
 using glapp::Failure;
 using glapp::parseInt;
 using glapp::uniformLocation;
-using glapp::UsageError;
 
 const char kUsage[] =
     "usage: velour-framebench [options]\n"
@@ -73,30 +72,24 @@ struct Options {
     bool quiet = false;
 };
 
-Options parseOptions(int argc, char** argv, bool* help) {
-    Options o;
-    glapp::Arguments args(argc, argv);
-    while (args.next()) {
-        const std::string& arg = args.option();
-        if (arg == "--help" || arg == "-h") {
-            *help = true;
-        } else if (arg == "--frames") {
-            o.frames = parseInt(arg, args.value(), 1, 1000000);
-        } else if (arg == "--warm-up") {
-            o.warmUp = parseInt(arg, args.value(), 0, 1000000);
-        } else if (arg == "--draws") {
-            o.draws = parseInt(arg, args.value(), 1, 1000000);
-        } else if (arg == "--game-work") {
-            o.gameWork = parseInt(arg, args.value(), 0, 100000000);
-        } else if (arg == "--update-every") {
-            o.updateEvery = parseInt(arg, args.value(), 1, 1000000);
-        } else if (arg == "--quiet") {
-            o.quiet = true;
-        } else {
-            throw UsageError("unknown option '" + arg + "'");
-        }
+// Takes one option; false for one it does not know.
+bool takeOption(Options& o, const std::string& arg, glapp::Arguments& args) {
+    if (arg == "--frames") {
+        o.frames = parseInt(arg, args.value(), 1, 1000000);
+    } else if (arg == "--warm-up") {
+        o.warmUp = parseInt(arg, args.value(), 0, 1000000);
+    } else if (arg == "--draws") {
+        o.draws = parseInt(arg, args.value(), 1, 1000000);
+    } else if (arg == "--game-work") {
+        o.gameWork = parseInt(arg, args.value(), 0, 100000000);
+    } else if (arg == "--update-every") {
+        o.updateEvery = parseInt(arg, args.value(), 1, 1000000);
+    } else if (arg == "--quiet") {
+        o.quiet = true;
+    } else {
+        return false;
     }
-    return o;
+    return true;
 }
 
 const char kVertex[] = R"(#version 300 es
@@ -410,23 +403,5 @@ int run(const Options& o) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    bool help = false;
-    Options options;
-    try {
-        options = parseOptions(argc, argv, &help);
-    } catch (const UsageError& e) {
-        std::fprintf(stderr, "velour-framebench: %s (see --help)\n", e.what());
-        return 2;
-    }
-    if (help) {
-        std::fputs(kUsage, stdout);
-        return 0;
-    }
-    try {
-        return run(options);
-    } catch (const std::exception& e) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "velour-framebench: %s\n", e.what());
-        return 1;
-    }
+    return glapp::programMain<Options>("velour-framebench", kUsage, argc, argv, takeOption, run);
 }

@@ -26,9 +26,12 @@ void parseSize(const std::string& option, const std::string& text, int low, int 
 }
 
 bool Arguments::next() {
-    if (++index >= argc) return false;
-    current = argv[index];
-    return true;
+    while (++index < argc) {
+        current = argv[index];
+        if (current != "--help" && current != "-h") return true;
+        help = true;
+    }
+    return false;
 }
 
 const char* Arguments::value() {

@@ -11,11 +11,15 @@
 
 namespace demo {
 
-using glapp::buildProgram;
 using glapp::checkGl;
-using glapp::uniformLocation;
 
 namespace {
+
+// The text colour of the HUD and the lobby.
+constexpr std::uint8_t kWhite[4] = {240, 240, 240, 255};
+
+// Room for every widget of a frame, text included.
+constexpr std::size_t kMaxQuads = 256;
 
 // 5x7 glyphs of the characters the display uses, top row first.
 struct Glyph {
@@ -112,33 +116,6 @@ std::vector<std::uint8_t> makeBackdrop() {
     return texels;
 }
 
-// A button face: solid with a brighter rim, 8 texels a side.
-std::vector<std::uint8_t> makeButton() {
-    std::vector<std::uint8_t> texels(64, 200);
-    for (int i = 0; i < 8; ++i) {
-        texels[static_cast<std::size_t>(i)] = texels[static_cast<std::size_t>(56 + i)] = 255;
-        texels[static_cast<std::size_t>(8 * i)] = texels[static_cast<std::size_t>(8 * i + 7)] = 255;
-    }
-    return texels;
-}
-
-GLuint makeTexture(int width, int height, const std::vector<std::uint8_t>& texels, GLint filter,
-                   GLint wrap, const char* label) {
-    GLuint texture = 0;
-    glGenTextures(1, &texture);
-    glBindTexture(GL_TEXTURE_2D, texture);
-    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
-    glTexImage2D(GL_TEXTURE_2D, 0, GL_R8, width, height, 0, GL_RED, GL_UNSIGNED_BYTE,
-                 texels.data());
-    glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, filter);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, filter);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, wrap);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, wrap);
-    labelObject(kLabelTexture, texture, label);
-    return texture;
-}
-
 }  // namespace
 
 const char* const* glyphRows(char c) {
@@ -146,13 +123,8 @@ const char* const* glyphRows(char c) {
     return cell < 0 ? nullptr : kGlyphs[cell].rows;
 }
 
-Hud::Hud() {
-    program_ = buildProgram("hud", shaders::kHudVertex, shaders::kHudFragment);
-    viewportLocation_ = uniformLocation(program_, "uViewport");
-    glUseProgram(program_);
-    glUniform1i(uniformLocation(program_, "uAtlas"), 3);
-
-    labelObject(kLabelProgram, program_, "HUD_Sprite");
+Hud::Hud() : batch_(kMaxQuads) {
+    program_ = makeHudProgram("hud", shaders::kHudVertex, 3, "HUD_Sprite", &viewportLocation_);
 
     // Nearest: glyph quads are whole multiples of the texel size.
     glActiveTexture(GL_TEXTURE3);
@@ -164,7 +136,8 @@ Hud::Hud() {
     crosshair_ =
         makeTexture(16, 16, makeCrosshair(), GL_NEAREST, GL_CLAMP_TO_EDGE, "HUD_CrossHair_Default");
     lobbyBackground_ = makeTexture(8, 8, makeBackdrop(), GL_LINEAR, GL_REPEAT, "Lobby_Background");
-    lobbyButton_ = makeTexture(8, 8, makeButton(), GL_NEAREST, GL_CLAMP_TO_EDGE, "Lobby_Button");
+    lobbyButton_ =
+        makeTexture(8, 8, panelTexels(200), GL_NEAREST, GL_CLAMP_TO_EDGE, "Lobby_Button");
     checkGl("hud set-up");
 }
 
@@ -176,18 +149,12 @@ Hud::~Hud() {
 
 void Hud::quad(float x, float y, float w, float h, float u0, float v0, float u1, float v1,
                const std::uint8_t left[4], const std::uint8_t right[4]) {
-    const auto base = static_cast<std::uint16_t>(vertices_.size());
-    Vertex corners[4] = {{x, y, u0, v0, {}},
-                         {x + w, y, u1, v0, {}},
-                         {x + w, y + h, u1, v1, {}},
-                         {x, y + h, u0, v1, {}}};
-    std::memcpy(corners[0].rgba, left, 4);
-    std::memcpy(corners[1].rgba, right, 4);
-    std::memcpy(corners[2].rgba, right, 4);
-    std::memcpy(corners[3].rgba, left, 4);
-    vertices_.insert(vertices_.end(), corners, corners + 4);
-    const std::uint16_t order[6] = {0, 1, 2, 0, 2, 3};
-    for (std::uint16_t i : order) indices_.push_back(static_cast<std::uint16_t>(base + i));
+    batch_.quad(x, y, w, h, u0, v0, u1, v1,
+                [&](float cx, float cy, float u, float v, bool onRight) {
+                    Vertex corner{cx, cy, u, v, {}};
+                    std::memcpy(corner.rgba, onRight ? right : left, 4);
+                    return corner;
+                });
 }
 
 void Hud::solid(float x, float y, float w, float h, const std::uint8_t left[4],
@@ -211,11 +178,6 @@ void Hud::text(float x, float y, float pixel, const std::string& s, const std::u
     }
 }
 
-void Hud::widget(GLuint texture) {
-    widgets_.push_back({texture, widgetStart_, indices_.size() - widgetStart_});
-    widgetStart_ = indices_.size();
-}
-
 void Hud::flush(int width, int height) {
     glUseProgram(program_);
     glUniform2f(viewportLocation_, static_cast<float>(width), static_cast<float>(height));
@@ -229,20 +191,12 @@ void Hud::flush(int width, int height) {
     glEnableVertexAttribArray(0);
     glEnableVertexAttribArray(1);
     glEnableVertexAttribArray(2);
-    glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, stride, &vertices_[0].x);
-    glVertexAttribPointer(1, 2, GL_FLOAT, GL_FALSE, stride, &vertices_[0].u);
-    glVertexAttribPointer(2, 4, GL_UNSIGNED_BYTE, GL_TRUE, stride, vertices_[0].rgba);
+    const Vertex* vertices = batch_.vertices().data();
+    glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, stride, &vertices->x);
+    glVertexAttribPointer(1, 2, GL_FLOAT, GL_FALSE, stride, &vertices->u);
+    glVertexAttribPointer(2, 4, GL_UNSIGNED_BYTE, GL_TRUE, stride, vertices->rgba);
 
-    // The state a HUD is drawn with.
-    glDisable(GL_DEPTH_TEST);
-    glEnable(GL_BLEND);
-    glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE);
-    for (const Widget& w : widgets_) {
-        glBindTexture(GL_TEXTURE_2D, w.texture);
-        glDrawElements(GL_TRIANGLES, static_cast<GLsizei>(w.indexCount), GL_UNSIGNED_SHORT,
-                       indices_.data() + w.firstIndex);
-    }
-    glDisable(GL_BLEND);
+    drawWidgets(batch_.widgets(), batch_.indices().data());
 
     glDisableVertexAttribArray(0);
     glDisableVertexAttribArray(1);
@@ -250,101 +204,83 @@ void Hud::flush(int width, int height) {
 }
 
 void Hud::draw(int screenWidth, int screenHeight, int frame, float health, bool targetVisible) {
-    const float width = static_cast<float>(screenWidth);
-    const float height = static_cast<float>(screenHeight);
-    const float px = screenHeight >= 360 ? 2.0f : 1.0f;
-
-    vertices_.clear();
-    indices_.clear();
-    widgets_.clear();
-    widgetStart_ = 0;
-    const std::uint8_t panel[4] = {10, 14, 24, 150};
-    const std::uint8_t white[4] = {240, 240, 240, 255};
-    const std::uint8_t barBack[4] = {40, 20, 20, 200};
-    const std::uint8_t yellow[4] = {255, 210, 60, 255};
-    const std::uint8_t grey[4] = {140, 140, 150, 220};
-    const std::uint8_t map[4] = {30, 60, 40, 170};
-    const std::uint8_t marker[4] = {250, 80, 60, 255};
+    const auto [width, height, px] = hudScreen(screenWidth, screenHeight);
+    batch_.clear();
+    const std::uint8_t panel[4] = {10, 14, 24, 150}, barBack[4] = {40, 20, 20, 200};
+    const std::uint8_t yellow[4] = {255, 210, 60, 255}, grey[4] = {140, 140, 150, 220};
+    const std::uint8_t map[4] = {30, 60, 40, 170}, marker[4] = {250, 80, 60, 255};
     const std::uint8_t reticle[4] = {120, 255, 120, 230};
 
     const float margin = 4 * px;
     solid(margin, margin, 70 * px, 22 * px, panel, panel);
-    widget(atlas_);
+    batch_.widget(atlas_);
     char label[32];
     std::snprintf(label, sizeof label, "FRAME %05d", frame);
-    text(margin + 2 * px, margin + 2 * px, px, label, white);
-    widget(font_);
+    text(margin + 2 * px, margin + 2 * px, px, label, kWhite);
+    batch_.widget(font_);
 
     // The bar fades from red at its left end towards green as health rises.
-    text(margin + 2 * px, margin + 12 * px, px, "HP", white);
-    widget(font_);
+    text(margin + 2 * px, margin + 12 * px, px, "HP", kWhite);
+    batch_.widget(font_);
     const float barX = margin + 16 * px, barY = margin + 12 * px;
     const float barW = 50 * px, barH = 7 * px;
     solid(barX, barY, barW, barH, barBack, barBack);
-    widget(atlas_);
+    batch_.widget(atlas_);
     const std::uint8_t red[4] = {220, 40, 30, 230};
     const std::uint8_t toward[4] = {static_cast<std::uint8_t>(220 - 180 * health),
                                     static_cast<std::uint8_t>(40 + 180 * health), 40, 230};
     solid(barX, barY, barW * health, barH, red, toward);
-    widget(atlas_);
+    batch_.widget(atlas_);
 
     const std::string status = targetVisible ? "TARGET VISIBLE" : "TARGET HIDDEN";
     solid(margin, height - margin - 11 * px, 88 * px, 11 * px, panel, panel);
-    widget(atlas_);
+    batch_.widget(atlas_);
     text(margin + 2 * px, height - margin - 9 * px, px, status, targetVisible ? yellow : grey);
-    widget(font_);
+    batch_.widget(font_);
 
     // Magazine, bottom right.
     solid(width - margin - 40 * px, height - margin - 11 * px, 40 * px, 11 * px, panel, panel);
-    widget(atlas_);
+    batch_.widget(atlas_);
     std::snprintf(label, sizeof label, "MAG %02d", 30 - (frame / 7) % 31);
-    text(width - margin - 38 * px, height - margin - 9 * px, px, label, white);
-    widget(font_);
+    text(width - margin - 38 * px, height - margin - 9 * px, px, label, kWhite);
+    batch_.widget(font_);
 
     // Minimap, top right, with the player's marker circling.
     const float mapSide = 30 * px, mapX = width - margin - mapSide;
     solid(mapX, margin, mapSide, mapSide, map, map);
-    widget(atlas_);
+    batch_.widget(atlas_);
     const float angle = 0.05f * static_cast<float>(frame);
     solid(mapX + mapSide / 2 + 10 * px * std::cos(angle) - px,
           margin + mapSide / 2 + 10 * px * std::sin(angle) - px, 3 * px, 3 * px, marker, marker);
-    widget(atlas_);
+    batch_.widget(atlas_);
 
     const float side = 16 * px;
     quad((width - side) / 2, (height - side) / 2, side, side, 0, 0, 1, 1, reticle, reticle);
-    widget(crosshair_);
+    batch_.widget(crosshair_);
 
     flush(screenWidth, screenHeight);
 }
 
 void Hud::drawLobby(int screenWidth, int screenHeight, int frame) {
-    const float width = static_cast<float>(screenWidth);
-    const float height = static_cast<float>(screenHeight);
-    const float px = screenHeight >= 360 ? 2.0f : 1.0f;
-
-    vertices_.clear();
-    indices_.clear();
-    widgets_.clear();
-    widgetStart_ = 0;
-    const std::uint8_t backdrop[4] = {40, 70, 120, 255};
-    const std::uint8_t button[4] = {70, 90, 140, 235};
+    const auto [width, height, px] = hudScreen(screenWidth, screenHeight);
+    batch_.clear();
+    const std::uint8_t backdrop[4] = {40, 70, 120, 255}, button[4] = {70, 90, 140, 235};
     const std::uint8_t chosen[4] = {200, 150, 60, 245};
-    const std::uint8_t white[4] = {240, 240, 240, 255};
 
     // The backdrop drifts slowly: its pattern repeats every 8 texels.
     const float drift = 0.01f * static_cast<float>(frame % 800);
     quad(0, 0, width, height, drift, 0, drift + width / (16 * px), height / (16 * px), backdrop,
          backdrop);
-    widget(lobbyBackground_);
+    batch_.widget(lobbyBackground_);
     const char* const labels[] = {"START", "SETTINGS", "BATTLE"};
     const int selected = (frame / 30) % 3;
     for (int i = 0; i < 3; ++i) {
         const float y = height / 2 - 20 * px + 14 * static_cast<float>(i) * px;
         quad(width / 2 - 40 * px, y, 80 * px, 11 * px, 0, 0, 1, 1, i == selected ? chosen : button,
              i == selected ? chosen : button);
-        widget(lobbyButton_);
-        text(width / 2 - 36 * px, y + 2 * px, px, labels[i], white);
-        widget(font_);
+        batch_.widget(lobbyButton_);
+        text(width / 2 - 36 * px, y + 2 * px, px, labels[i], kWhite);
+        batch_.widget(font_);
     }
     flush(screenWidth, screenHeight);
 }

@@ -7,7 +7,8 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
+
+#include "widgets.h"
 
 namespace demo {
 
@@ -40,29 +41,15 @@ class Hud {
     void solid(float x, float y, float w, float h, const std::uint8_t left[4],
                const std::uint8_t right[4]);
     void text(float x, float y, float pixel, const std::string& s, const std::uint8_t rgba[4]);
-    // Ends a widget: its quads so far are drawn with `texture`.
-    void widget(GLuint texture);
     // One draw per widget, all from the same client arrays.
     void flush(int width, int height);
 
-    struct Widget {
-        GLuint texture;
-        std::size_t firstIndex, indexCount;
-    };
-
-    GLuint program_ = 0;
-    GLuint atlas_ = 0;
+    GLuint program_ = 0, atlas_ = 0, crosshair_ = 0, lobbyBackground_ = 0, lobbyButton_ = 0;
     // The same glyphs as the atlas, kept apart as engines keep their fonts.
     GLuint font_ = 0;
-    GLuint crosshair_ = 0;
-    GLuint lobbyBackground_ = 0;
-    GLuint lobbyButton_ = 0;
     GLint viewportLocation_ = -1;
     // Rebuilt each frame and handed to GL straight from client memory.
-    std::vector<Vertex> vertices_;
-    std::vector<std::uint16_t> indices_;
-    std::vector<Widget> widgets_;
-    std::size_t widgetStart_ = 0;
+    QuadBatch<Vertex> batch_;
 };
 
 }  // namespace demo

@@ -184,47 +184,41 @@ class Shooter {
     int rounds_[2] = {kMagazine, kMagazine};
 };
 
-Options parseOptions(int argc, char** argv, bool* help) {
-    Options o;
-    glapp::Arguments args(argc, argv);
-    while (args.next()) {
-        const std::string& arg = args.option();
-        if (arg == "--help" || arg == "-h") {
-            *help = true;
-        } else if (arg == "--frames") {
-            o.frames = parseInt(arg, args.value(), 1, 1000000);
-        } else if (arg == "--size") {
-            glapp::parseSize(arg, args.value(), kMinSide, kMaxSide, &o.width, &o.height);
-        } else if (arg == "--screenshots") {
-            o.screenshots = args.value();
-            if (o.screenshots.empty()) throw UsageError("--screenshots wants a folder");
-        } else if (arg == "--shot-every") {
-            o.shotEvery = parseInt(arg, args.value(), 1, 1000000);
-        } else if (arg == "--script") {
-            o.script = parseScript(args.value());
-            o.frames = 0;
-            for (const Phase& phase : o.script) o.frames += phase.frames;
-        } else if (arg == "--shooter") {
-            const std::string how = args.value();
-            if (how != "subdata" && how != "map")
-                throw UsageError("--shooter wants subdata or map, not '" + how + "'");
-            o.shooter = true;
-            o.update = how == "map" ? ShooterHud::Update::map : ShooterHud::Update::subData;
-        } else if (arg == "--shots") {
-            o.shots = args.value();
-        } else if (arg == "--frame-ms") {
-            o.frameMs = parseInt(arg, args.value(), 0, 10000);
-        } else if (arg == "--detail") {
-            o.detail = parseInt(arg, args.value(), 16, 2048);
-        } else if (arg == "--no-hud") {
-            o.hud = false;
-        } else if (arg == "--quiet") {
-            o.quiet = true;
-        } else {
-            throw UsageError("unknown option '" + arg + "'");
-        }
+// Takes one option; false for one it does not know.
+bool takeOption(Options& o, const std::string& arg, glapp::Arguments& args) {
+    if (arg == "--frames") {
+        o.frames = parseInt(arg, args.value(), 1, 1000000);
+    } else if (arg == "--size") {
+        glapp::parseSize(arg, args.value(), kMinSide, kMaxSide, &o.width, &o.height);
+    } else if (arg == "--screenshots") {
+        o.screenshots = args.value();
+        if (o.screenshots.empty()) throw UsageError("--screenshots wants a folder");
+    } else if (arg == "--shot-every") {
+        o.shotEvery = parseInt(arg, args.value(), 1, 1000000);
+    } else if (arg == "--script") {
+        o.script = parseScript(args.value());
+        o.frames = 0;
+        for (const Phase& phase : o.script) o.frames += phase.frames;
+    } else if (arg == "--shooter") {
+        const std::string how = args.value();
+        if (how != "subdata" && how != "map")
+            throw UsageError("--shooter wants subdata or map, not '" + how + "'");
+        o.shooter = true;
+        o.update = how == "map" ? ShooterHud::Update::map : ShooterHud::Update::subData;
+    } else if (arg == "--shots") {
+        o.shots = args.value();
+    } else if (arg == "--frame-ms") {
+        o.frameMs = parseInt(arg, args.value(), 0, 10000);
+    } else if (arg == "--detail") {
+        o.detail = parseInt(arg, args.value(), 16, 2048);
+    } else if (arg == "--no-hud") {
+        o.hud = false;
+    } else if (arg == "--quiet") {
+        o.quiet = true;
+    } else {
+        return false;
     }
-    return o;
+    return true;
 }
 
 std::string shotPath(const std::string& folder, int frame) {
@@ -309,23 +303,6 @@ int run(const Options& o) {
 }  // namespace demo
 
 int main(int argc, char** argv) {
-    bool help = false;
-    demo::Options options;
-    try {
-        options = demo::parseOptions(argc, argv, &help);
-    } catch (const glapp::UsageError& e) {
-        std::fprintf(stderr, "velour-demo: %s (see --help)\n", e.what());
-        return 2;
-    }
-    if (help) {
-        std::fputs(demo::kUsage, stdout);
-        return 0;
-    }
-    try {
-        return demo::run(options);
-    } catch (const std::exception& e) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "velour-demo: %s\n", e.what());
-        return 1;
-    }
+    return glapp::programMain<demo::Options>("velour-demo", demo::kUsage, argc, argv,
+                                             demo::takeOption, demo::run);
 }

@@ -121,21 +121,42 @@ void main() {
 }
 )";
 
-inline constexpr const char* kHudVertex = R"(#version 300 es
-layout(location = 0) in vec2 aPosition;  // pixels, origin top left
+// The HUDs' vertices carry a position in pixels (origin top left), a texture
+// coordinate and a colour; the vertex layouts differ in where each sits.
+#define VELOUR_DEMO_HUD_VERTEX_OUTPUTS                                                           \
+    "uniform vec2 uViewport;\n"                                                                  \
+    "out vec2 vUv;\n"                                                                            \
+    "out vec4 vColor;\n"                                                                         \
+    "vec4 clipFromPixels(vec2 p) {\n"                                                            \
+    "    return vec4(p.x / uViewport.x * 2.0 - 1.0, 1.0 - p.y / uViewport.y * 2.0, 0.0, 1.0);\n" \
+    "}\n"
+
+inline constexpr const char* kHudVertex = "#version 300 es\n" VELOUR_DEMO_HUD_VERTEX_OUTPUTS R"(
+layout(location = 0) in vec2 aPosition;
 layout(location = 1) in vec2 aUv;
 layout(location = 2) in vec4 aColor;
-uniform vec2 uViewport;
-out vec2 vUv;
-out vec4 vColor;
 void main() {
     vUv = aUv;
     vColor = aColor;
-    gl_Position = vec4(aPosition.x / uViewport.x * 2.0 - 1.0,
-                       1.0 - aPosition.y / uViewport.y * 2.0, 0.0, 1.0);
+    gl_Position = clipFromPixels(aPosition);
 }
 )";
 
+// The shooter's HUD batches: 40-byte vertices with the texture coordinate at
+// location 0 (byte 0), the position in pixels at location 1 (byte 24) and a
+// colour at location 2 (bytes 32 to 35: red, green, opacity, blue).
+inline constexpr const char* kShooterVertex = "#version 300 es\n" VELOUR_DEMO_HUD_VERTEX_OUTPUTS R"(
+layout(location = 0) in vec2 aUv;
+layout(location = 1) in vec2 aPosition;
+layout(location = 2) in vec4 aColor;
+void main() {
+    vUv = aUv;
+    vColor = vec4(aColor.r, aColor.g, aColor.a, aColor.b);
+    gl_Position = clipFromPixels(aPosition);
+}
+)";
+
+// Both HUDs: the colour, its opacity scaled by the one-channel texture.
 inline constexpr const char* kHudFragment = R"(#version 300 es
 precision mediump float;
 uniform sampler2D uAtlas;
@@ -147,35 +168,7 @@ void main() {
 }
 )";
 
-// The shooter's HUD batches: 40-byte vertices with the texture coordinate at
-// location 0 (byte 0), the position in pixels at location 1 (byte 24) and a
-// colour at location 2 (bytes 32 to 35: red, green, opacity, blue).
-inline constexpr const char* kShooterVertex = R"(#version 300 es
-layout(location = 0) in vec2 aUv;
-layout(location = 1) in vec2 aPosition;  // pixels, origin top left
-layout(location = 2) in vec4 aColor;
-uniform vec2 uViewport;
-out vec2 vUv;
-out vec4 vColor;
-void main() {
-    vUv = aUv;
-    vColor = vec4(aColor.r, aColor.g, aColor.a, aColor.b);
-    gl_Position = vec4(aPosition.x / uViewport.x * 2.0 - 1.0,
-                       1.0 - aPosition.y / uViewport.y * 2.0, 0.0, 1.0);
-}
-)";
-
-inline constexpr const char* kShooterFragment = R"(#version 300 es
-precision mediump float;
-uniform sampler2D uTexture;
-in vec2 vUv;
-in vec4 vColor;
-out vec4 fragColor;
-void main() {
-    fragColor = vec4(vColor.rgb, vColor.a * texture(uTexture, vUv).r);
-}
-)";
-
+#undef VELOUR_DEMO_HUD_VERTEX_OUTPUTS
 #undef VELOUR_DEMO_SCENE_ATTRIBUTES
 
 }  // namespace demo::shaders

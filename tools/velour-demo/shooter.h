@@ -8,7 +8,8 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
+
+#include "widgets.h"
 
 namespace demo {
 
@@ -44,15 +45,10 @@ class ShooterHud {
         std::uint8_t padding[4];
     };
     static_assert(sizeof(Vertex) == 40, "the game's UI vertex is 40 bytes");
-    struct Widget {
-        GLuint texture;
-        std::size_t firstIndex, indexCount;
-    };
 
     // A quad whose first vertex (top left) has texture coordinate (u0, v0).
     void quad(float x, float y, float w, float h, float u0, float v0, float u1, float v1,
               const std::uint8_t rgba[4]);
-    void widget(GLuint texture);
     void upload();
 
     Update update_;
@@ -60,10 +56,7 @@ class ShooterHud {
     GLint viewportLocation_ = -1;
     GLuint button_ = 0, font_ = 0, pickup_ = 0, reloadBack_ = 0, reloadFront_ = 0;
     GLuint names_[2] = {0, 0};
-    std::vector<Vertex> vertices_;
-    std::vector<std::uint16_t> indices_;
-    std::vector<Widget> widgets_;
-    std::size_t widgetStart_ = 0;
+    QuadBatch<Vertex> batch_;
 };
 
 }  // namespace demo

@@ -45,38 +45,35 @@ inline Mat4 operator*(const Mat4& a, const Mat4& b) {
 
 inline Mat4 translate(float x, float y, float z) {
     Mat4 r;
-    r.at(0, 3) = x;
-    r.at(1, 3) = y;
-    r.at(2, 3) = z;
+    const float by[3] = {x, y, z};
+    for (int row = 0; row < 3; ++row) r.at(row, 3) = by[row];
     return r;
 }
 
 inline Mat4 scale(float x, float y, float z) {
     Mat4 r;
-    r.at(0, 0) = x;
-    r.at(1, 1) = y;
-    r.at(2, 2) = z;
+    const float by[3] = {x, y, z};
+    for (int i = 0; i < 3; ++i) r.at(i, i) = by[i];
     return r;
 }
 
-inline Mat4 rotateY(float radians) {
+// A rotation that turns axis `from` towards axis `to`.
+inline Mat4 rotatePlane(int from, int to, float radians) {
     Mat4 r;
     const float c = std::cos(radians), s = std::sin(radians);
-    r.at(0, 0) = c;
-    r.at(0, 2) = s;
-    r.at(2, 0) = -s;
-    r.at(2, 2) = c;
+    r.at(from, from) = c;
+    r.at(from, to) = -s;
+    r.at(to, from) = s;
+    r.at(to, to) = c;
     return r;
 }
 
 inline Mat4 rotateX(float radians) {
-    Mat4 r;
-    const float c = std::cos(radians), s = std::sin(radians);
-    r.at(1, 1) = c;
-    r.at(1, 2) = -s;
-    r.at(2, 1) = s;
-    r.at(2, 2) = c;
-    return r;
+    return rotatePlane(1, 2, radians);
+}
+
+inline Mat4 rotateY(float radians) {
+    return rotatePlane(2, 0, radians);
 }
 
 inline Mat4 perspective(float fovYRadians, float aspect, float zNear, float zFar) {
@@ -106,19 +103,15 @@ inline Mat4 lookAt(Vec3 eye, Vec3 target, Vec3 up) {
     const Vec3 f = normalize(target - eye);
     const Vec3 s = normalize(cross(f, up));
     const Vec3 u = cross(s, f);
+    // The rows of the rotation are the camera's right, up and backward axes.
+    const Vec3 axes[3] = {s, u, Vec3{-f.x, -f.y, -f.z}};
     Mat4 r;
-    r.at(0, 0) = s.x;
-    r.at(0, 1) = s.y;
-    r.at(0, 2) = s.z;
-    r.at(1, 0) = u.x;
-    r.at(1, 1) = u.y;
-    r.at(1, 2) = u.z;
-    r.at(2, 0) = -f.x;
-    r.at(2, 1) = -f.y;
-    r.at(2, 2) = -f.z;
-    r.at(0, 3) = -dot(s, eye);
-    r.at(1, 3) = -dot(u, eye);
-    r.at(2, 3) = dot(f, eye);
+    for (int row = 0; row < 3; ++row) {
+        r.at(row, 0) = axes[row].x;
+        r.at(row, 1) = axes[row].y;
+        r.at(row, 2) = axes[row].z;
+        r.at(row, 3) = -dot(axes[row], eye);
+    }
     return r;
 }
 

@@ -5,7 +5,6 @@
 
 #include <EGL/egl.h>
 #include <GLES3/gl32.h>
-#include <dlfcn.h>
 #include <png.h>
 #include <stdlib.h>
 #include <sys/wait.h>
@@ -19,6 +18,7 @@
 #include <vector>
 
 #include "ctrl/PropertyConfig.h"
+#include "glapp/effect_library.h"
 #include "glapp/egl_session.h"
 #include "glapp/gl_program.h"
 #include "glapp/options.h"
@@ -77,10 +77,7 @@ Options parse(int argc, char** argv) {
     glapp::Arguments args(argc, argv);
     while (args.next()) {
         const std::string& arg = args.option();
-        if (arg == "--help") {
-            std::printf(USAGE, VELOUR_DEFAULT_SYSROOT);
-            std::exit(0);
-        } else if (arg == "--style") {
+        if (arg == "--style") {
             o.style = args.value();
         } else if (arg == "--input") {
             o.input = args.value();
@@ -110,6 +107,10 @@ Options parse(int argc, char** argv) {
         } else {
             throw UsageError("unknown option " + arg);
         }
+    }
+    if (args.helpAsked()) {
+        std::printf(USAGE, VELOUR_DEFAULT_SYSROOT);
+        std::exit(0);
     }
     if (o.style.empty()) throw UsageError("--style is missing");
     if (o.output.empty()) throw UsageError("--output is missing");
@@ -164,21 +165,6 @@ Picture demoFrame(const Options& o) {
     return picture;
 }
 
-// What the layer gets as the driver: Mesa's functions, but for the copy path
-// without the framebuffer-fetch extensions, so that the renderer takes it.
-bool g_hideFetch = false;
-const GLubyte* GL_APIENTRY hidingGetStringi(GLenum name, GLuint index) {
-    const GLubyte* text = glGetStringi(name, index);
-    if (g_hideFetch && name == GL_EXTENSIONS && text &&
-        std::strstr(reinterpret_cast<const char*>(text), "shader_framebuffer_fetch"))
-        return reinterpret_cast<const GLubyte*>("GL_VELOUR_hidden_extension");
-    return text;
-}
-void* nextProc(void*, const char* name) {
-    if (std::strcmp(name, "glGetStringi") == 0) return reinterpret_cast<void*>(hidingGetStringi);
-    return reinterpret_cast<void*>(eglGetProcAddress(name));
-}
-
 // The picture into the default framebuffer, as a game would have drawn it.
 void drawPicture(const Picture& picture) {
     GLuint texture = 0, framebuffer = 0;
@@ -206,18 +192,18 @@ int run(const Options& o) {
 
     const Picture picture = o.demo ? demoFrame(o) : readPng(o.input);
     glapp::EglSession session(picture.width, picture.height);
-    g_hideFetch = !o.fetch;
-    velour::drv::initRealGL(nullptr, nextProc);
+    // The copy path on a driver with fetch: the layer must not see it.
+    glapp::hideFramebufferFetch(!o.fetch);
+    velour::drv::initRealGL(nullptr, glapp::lookUpDriver);
     if (o.fetch && !std::strstr(reinterpret_cast<const char*>(glGetString(GL_EXTENSIONS)),
                                 "GL_EXT_shader_framebuffer_fetch"))
         throw Failure("the driver has no GL_EXT_shader_framebuffer_fetch; use --path copy");
     drawPicture(picture);
 
-    void* library = dlopen(o.library.c_str(), RTLD_NOW);
-    if (!library) throw Failure(std::string("cannot load the effect library: ") + dlerror());
-    using Initialize = void (*)(velour::styles::StyleManager*);
-    const auto initialize = reinterpret_cast<Initialize>(dlsym(library, "Tessel_Initialize"));
-    if (!initialize) throw Failure(o.library + " has no Tessel_Initialize");
+    std::string error;
+    const auto initialize =
+        glapp::effectInitializer<velour::styles::StyleManager>(o.library, &error);
+    if (!initialize) throw Failure(error);
 
     velour::styles::StyleManager manager;
     initialize(&manager);
@@ -229,7 +215,6 @@ int run(const Options& o) {
 
     std::vector<std::uint8_t> result(picture.rgba.size());
     glReadPixels(0, 0, picture.width, picture.height, GL_RGBA, GL_UNSIGNED_BYTE, result.data());
-    std::string error;
     if (!demo::writePngFromGl(o.output, picture.width, picture.height, result, &error))
         throw Failure(error);
     std::printf("%s: %s by the %s path, %s, %dx%d\n", o.output.c_str(), o.style.c_str(),
