@@ -20,7 +20,8 @@ usage: scripts/bench-replay.sh [--rounds N] [--frames N] [--traces DIR] [--scene
   --scenes LIST  glmark2 scenes, separated by blanks (default: the list below)
 
 Needs glmark2-es2 and xvfb-run for the capture (scripts/setup.sh installs them).
-Environment: VELOUR_BUILD_DIR (default build/); LP_NUM_THREADS (default 0).
+Environment: VELOUR_BUILD_DIR (default build/); LP_NUM_THREADS (default 0);
+GLIBC_TUNABLES (unset: no heap trimming; set it empty for glibc's defaults).
 EOF
 }
 
@@ -60,6 +61,11 @@ mkdir -p "$traces"
 # Replays need no X server: Mesa's surfaceless platform, as in the tests.
 export WAFFLE_PLATFORM=surfaceless_egl
 export LP_NUM_THREADS=${LP_NUM_THREADS:-0}
+# As in bench-frame.sh: no heap trimming. With glibc's trimming a driver on a
+# second thread (glthread's, or the layer's worker) allocates from an arena of
+# its own that shrinks and grows back every frame: in the desktop scene that
+# made mode 0 five times slower, from page faults alone.
+export GLIBC_TUNABLES=${GLIBC_TUNABLES-glibc.malloc.trim_threshold=4294967295}
 
 name_of() { printf '%s-%s' "$1" "$nframes" | tr ':=' '__'; }
 
