@@ -10,7 +10,7 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-600}
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(ini dat json parcel labels)
+[ ${#targets[@]} -gt 0 ] || targets=(ini dat json parcel labels shock)
 build=${VELOUR_FUZZ_DIR:-$top/build-fuzz}
 
 if [ ! -f "$build/build.ninja" ]; then
