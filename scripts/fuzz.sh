@@ -19,6 +19,10 @@ if [ ! -f "$build/build.ninja" ]; then
 fi
 ninja -C "$build" "${targets[@]/#/fuzz_}"
 
+# A small quarantine keeps the freed memory warm: several times the
+# executions per second, and still far more than one input frees.
+export ASAN_OPTIONS=${ASAN_OPTIONS:-quarantine_size_mb=16}
+
 status=0
 for name in "${targets[@]}"; do
     work="$build/corpus/$name"
