@@ -7,6 +7,7 @@
 #include <regex>
 #include <string>
 
+#include "games/WeaponNamePattern.h"
 #include "velour/utils/Pubg4DShockJsonParser.h"
 
 using velour::utils::Pubg4DShockJsonParser;
@@ -17,7 +18,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     parser._parseError = parser.getRoot().is<picojson::object>() ? 0 : -1;
     try {
         const std::string pattern = parser.get4DShockWeaponRegex();
-        if (parser._parseError == 0) std::regex_match("Weapon_M416", std::regex(pattern));
+        if (parser._parseError == 0)
+            std::regex_match("Weapon_M416", velour::games::compileWeaponNamePattern(pattern));
         parser.get4DShockMisjudgmentWeapons();
         parser.get4DShockDefaultAdjustment();
         velour::games::WeaponButtonFrame().init(parser);

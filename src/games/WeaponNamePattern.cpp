@@ -1,0 +1,55 @@
+#include "games/WeaponNamePattern.h"
+
+namespace velour::games {
+
+namespace {
+
+// True when a quantifier follows a quantifier (a lazy '?' aside). Escapes and
+// bracket expressions hold no quantifiers; a brace that is no "{n}", "{n,}"
+// or "{n,m}" is left for the library to refuse.
+bool hasStackedQuantifier(const std::string& pattern) {
+    bool afterQuantifier = false;
+    bool lazyTaken = false;
+    for (std::size_t i = 0; i < pattern.size(); ++i) {
+        const char c = pattern[i];
+        std::size_t end = i;
+        bool quantifier = c == '*' || c == '+' || c == '?';
+        if (c == '{') {
+            end = pattern.find('}', i);
+            quantifier = end != std::string::npos && end > i + 1 &&
+                         pattern.find_first_not_of("0123456789,", i + 1) == end;
+            if (!quantifier) end = i;
+        }
+        if (quantifier) {
+            if (afterQuantifier) {
+                if (c != '?' || lazyTaken) return true;
+                lazyTaken = true;
+                continue;
+            }
+            afterQuantifier = true;
+            lazyTaken = false;
+            i = end;
+            continue;
+        }
+        afterQuantifier = false;
+        if (c == '\\') {
+            ++i;
+        } else if (c == '[') {
+            std::size_t j = i + 1;
+            for (; j < pattern.size() && pattern[j] != ']'; ++j)
+                if (pattern[j] == '\\') ++j;
+            i = j;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+std::regex compileWeaponNamePattern(const std::string& pattern) {
+    if (hasStackedQuantifier(pattern))
+        throw std::regex_error(std::regex_constants::error_badrepeat);
+    return std::regex(pattern);
+}
+
+}  // namespace velour::games
