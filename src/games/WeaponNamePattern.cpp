@@ -4,9 +4,22 @@ namespace velour::games {
 
 namespace {
 
-// True when a quantifier follows a quantifier (a lazy '?' aside). Escapes and
-// bracket expressions hold no quantifiers; a brace that is no "{n}", "{n,}"
-// or "{n,m}" is left for the library to refuse.
+// Counts beyond this many digits are refused: the expression could not be
+// compiled within the library's state limit anyway.
+constexpr std::size_t MAX_COUNT_DIGITS = 6;
+
+bool hasLongCount(const std::string& counts) {
+    std::size_t run = 0;
+    for (char c : counts) {
+        run = c == ',' ? 0 : run + 1;
+        if (run > MAX_COUNT_DIGITS) return true;
+    }
+    return false;
+}
+
+// True when a quantifier follows a quantifier (a lazy '?' aside) or a count
+// is too long. Escapes and bracket expressions hold no quantifiers; a brace
+// that is no "{n}", "{n,}" or "{n,m}" is left for the library to refuse.
 bool hasStackedQuantifier(const std::string& pattern) {
     bool afterQuantifier = false;
     bool lazyTaken = false;
@@ -21,6 +34,8 @@ bool hasStackedQuantifier(const std::string& pattern) {
             if (!quantifier) end = i;
         }
         if (quantifier) {
+            // The library reads a count into a long without a bound.
+            if (c == '{' && hasLongCount(pattern.substr(i + 1, end - i - 1))) return true;
             if (afterQuantifier) {
                 if (c != '?' || lazyTaken) return true;
                 lazyTaken = true;
