@@ -18,7 +18,7 @@ bool hasLongCount(const std::string& counts) {
 }
 
 // True when a quantifier follows a quantifier (a lazy '?' aside) or a count
-// is too long. Escapes and bracket expressions hold no quantifiers; a brace
+// or back-reference is too long. Escapes and bracket expressions hold no quantifiers; a brace
 // that is no "{n}", "{n,}" or "{n,m}" is left for the library to refuse.
 bool hasStackedQuantifier(const std::string& pattern) {
     bool afterQuantifier = false;
@@ -48,6 +48,10 @@ bool hasStackedQuantifier(const std::string& pattern) {
         }
         afterQuantifier = false;
         if (c == '\\') {
+            // A back-reference's number is read the same way as a count.
+            std::size_t digits = pattern.find_first_not_of("0123456789", i + 1);
+            if (digits == std::string::npos) digits = pattern.size();
+            if (digits - i - 1 > MAX_COUNT_DIGITS) return true;
             ++i;
         } else if (c == '[') {
             std::size_t j = i + 1;
