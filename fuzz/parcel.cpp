@@ -37,7 +37,7 @@ void readReply(const android::Parcel& reply, int call) {
 }
 
 void readCallback(const android::Parcel& data) {
-    if (!data.enforceInterface(android::String16("com.nimbo.hearth.IHearthStatusListener")))
+    if (!data.enforceInterface(android::String16("com.nimbo.hearth.ITesselCallback")))
         data.setDataPosition(0);
     int32_t type = 0;
     android::String16 config;

@@ -7,6 +7,7 @@
 
 #include "core/log.h"
 #include "ctrl/ctrl.h"
+#include "games/WeaponNamePattern.h"
 #include "velour/entry_points.h"
 #include "velour/hook_thunks.h"
 
@@ -162,7 +163,7 @@ void Pubg4DShockGLHooks::loadConfiguration() {
                                         ctrl::getDefaultGameDataFile(DATA_NAME));
     try {
         std::string pattern = parser.get4DShockWeaponRegex();
-        if (parser._parseError == 0) weaponNamePattern = std::regex(pattern);
+        if (parser._parseError == 0) weaponNamePattern = compileWeaponNamePattern(pattern);
         adjustments = parser.get4DShockMisjudgmentWeapons();
         float adjustment = parser.get4DShockDefaultAdjustment();
         if (parser._parseError == 0) defaultAdjustment = adjustment;

@@ -4,10 +4,12 @@
 
 #include <cstdio>
 #include <memory>
+#include <regex>
 #include <string>
 
 #include "TestSysroot.h"
 #include "games/Pubg4DShockGLHook.h"
+#include "games/WeaponNamePattern.h"
 #include "velour/utils/Pubg4DShockJsonParser.h"
 #include "velour/utils/base64.h"
 
@@ -149,6 +151,8 @@ TEST(ShockData, ABadFileTurnsTheFeatureOff) {
         {"no 4DShock", utils::wrapDat(R"({"version": "1.0.0"})"), true},
         {"invalid expression", utils::wrapDat(edited("\"Weapon_[A-Z0-9]+\"", "\"Weapon_[A-Z\"")),
          true},
+        {"a quantifier on a quantifier",
+         utils::wrapDat(edited("\"Weapon_[A-Z0-9]+\"", "\"Weapon_.{0,40}*\"")), true},
         {"fgTexcoord of another type",
          utils::wrapDat(edited("\"fgTexcoord\": [0.5, 0.75]", "\"fgTexcoord\": 3")), true},
     };
@@ -162,6 +166,32 @@ TEST(ShockData, ABadFileTurnsTheFeatureOff) {
         EXPECT_EQ(c.disabled, hook->isDisabled()) << c.what;
     }
     test::g_sysroot->write(PATH, utils::wrapDat(test_support::SHOCK_DATA));
+}
+
+// A quantifier on a quantifier is refused: the library takes it, and a
+// match against a short label then backtracks for seconds, on every draw.
+TEST(ShockData, WeaponNamePatternRefusesStackedQuantifiers) {
+    const char* refused[] = {
+        "Weapon_.**",
+        "a+{2}",
+        "a{1,2}*",
+        "a*??",
+        "a{6666666666666666666666}",
+        "a{1,99999999}",
+        "(a)\\66666666",
+        "(x|y)+*",
+        "Weapon_\xff************||||version***pon_",
+    };
+    for (const char* pattern : refused)
+        EXPECT_THROW(games::compileWeaponNamePattern(pattern), std::regex_error) << pattern;
+    // Lazy quantifiers, and quantifier characters that are escaped or in a
+    // bracket expression.
+    const char* taken[] = {"Weapon_[A-Z0-9]+", "a*?b", "a{2}?", "[*+]+", "\\*+"};
+    for (const char* pattern : taken)
+        EXPECT_NO_THROW(games::compileWeaponNamePattern(pattern)) << pattern;
+    std::regex pattern = games::compileWeaponNamePattern("Weapon_[A-Z0-9]+");
+    EXPECT_TRUE(std::regex_match("Weapon_M416", pattern));
+    EXPECT_FALSE(std::regex_match("HUD_Weapon_M416", pattern));
 }
 
 }  // namespace
