@@ -28,14 +28,15 @@ bool hasStackedQuantifier(const std::string& pattern) {
         std::size_t end = i;
         bool quantifier = c == '*' || c == '+' || c == '?';
         if (c == '{') {
-            end = pattern.find('}', i);
-            quantifier = end != std::string::npos && end > i + 1 &&
-                         pattern.find_first_not_of("0123456789,", i + 1) == end;
-            if (!quantifier) end = i;
+            std::size_t stop = pattern.find_first_not_of("0123456789,", i + 1);
+            if (stop == std::string::npos) stop = pattern.size();
+            // The library reads a count into a long without a bound, even a
+            // count in a brace it goes on to refuse.
+            if (hasLongCount(pattern.substr(i + 1, stop - i - 1))) return true;
+            quantifier = stop < pattern.size() && pattern[stop] == '}' && stop > i + 1;
+            end = quantifier ? stop : i;
         }
         if (quantifier) {
-            // The library reads a count into a long without a bound.
-            if (c == '{' && hasLongCount(pattern.substr(i + 1, end - i - 1))) return true;
             if (afterQuantifier) {
                 if (c != '?' || lazyTaken) return true;
                 lazyTaken = true;

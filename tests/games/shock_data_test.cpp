@@ -178,6 +178,7 @@ TEST(ShockData, WeaponNamePatternRefusesStackedQuantifiers) {
         "a*??",
         "a{6666666666666666666666}",
         "a{1,99999999}",
+        "a{6666666666666666666666,0.1",
         "(a)\\66666666",
         "(x|y)+*",
         "Weapon_\xff************||||version***pon_",
