@@ -64,7 +64,7 @@ export LP_NUM_THREADS=${LP_NUM_THREADS:-0}
 # As in bench-frame.sh: no heap trimming. With glibc's trimming a driver on a
 # second thread (glthread's, or the layer's worker) allocates from an arena of
 # its own that shrinks and grows back every frame: in the desktop scene that
-# made mode 0 five times slower, from page faults alone.
+# made mode 0 three to four times slower, from page faults alone.
 export GLIBC_TUNABLES=${GLIBC_TUNABLES-glibc.malloc.trim_threshold=4294967295}
 
 name_of() { printf '%s-%s' "$1" "$nframes" | tr ':=' '__'; }
