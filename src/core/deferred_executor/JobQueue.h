@@ -120,6 +120,10 @@ class JobQueue {
     Deque<JobBuffer*> freeBuffers;
     Deque<Workload> workloads;
     JobBuffer* current = nullptr;
+    // Sizes of freeBuffers and workloads, changed under mutex and read
+    // without it by the short spin before a sleep.
+    std::atomic<std::uint32_t> freeCount{0};
+    std::atomic<std::uint32_t> workloadCount{0};
     std::mutex mutex;
     std::condition_variable workAvailable;
     std::condition_variable bufferAvailable;
