@@ -29,13 +29,19 @@ class Pubg : public HookFixture, public ::testing::WithParamInterface<int> {
         none = labelled("Loading_Screen");
         return hook;
     }
-    // A frame that binds each kind of texture so often, then draws.
-    void frame(int draws, Counts counts) {
+    // A frame that binds each kind of texture so often, then draws; with
+    // `hudAt`, on the screen and binding a HUD label before that draw.
+    void frame(int draws, Counts counts, int hudAt = -1) {
         for (int i = 0; i < counts.gamePlay; ++i) bindTexture(gamePlay);
         for (int i = 0; i < counts.crosshair; ++i) bindTexture(crosshair);
         for (int i = 0; i < counts.lobby; ++i) bindTexture(lobby);
         for (int i = 0; i < counts.none; ++i) bindTexture(none);
-        draw(draws);
+        if (hudAt >= 0) {
+            bindScreen();
+            draw(hudAt);
+            bindTexture(hud);
+        }
+        draw(draws - std::max(hudAt, 0));
         swap();
     }
     void enterPlay(PubgHooksBase* hook) {
@@ -73,6 +79,7 @@ TEST_F(Pubg, PlayIsDecidedAtTheFrameEndFromTheCounters) {
         int draws;
         Counts counts;
         bool playAfter;
+        int hudAt = -1;
     };
     const Decision cases[] = {
         {"a short frame is never play", 0, true, 16, {3, 0, 0, 0}, false},
@@ -87,6 +94,9 @@ TEST_F(Pubg, PlayIsDecidedAtTheFrameEndFromTheCounters) {
         {"no crosshair nor lobby, play 0 keeps play", 8, true, 17, {0, 0, 0, 0}, true},
         {"no crosshair nor lobby, play 1 is play", 8, false, 17, {1, 0, 0, 0}, true},
         {"0 + 1 is not above 2", 8, true, 17, {0, 1, 2, 0}, false},
+        // A HUD started in the frame: the none list counts; game 8 has none.
+        {"a HUD with a none label", 1, true, 17, {0, 2, 0, 1}, false, 3},
+        {"a HUD with a none label", 8, true, 17, {0, 2, 0, 1}, true, 3},
     };
     for (int game : {1, 8}) {
         for (const Decision& c : cases) {
@@ -94,26 +104,11 @@ TEST_F(Pubg, PlayIsDecidedAtTheFrameEndFromTheCounters) {
             SCOPED_TRACE(testing::Message() << "game " << game << ": " << c.what);
             PubgHooksBase* hook = start(game);
             if (c.playBefore) enterPlay(hook);
-            frame(c.draws, c.counts);
+            frame(c.draws, c.counts, c.hudAt);
             EXPECT_EQ(hook->isGamePlayDetected(), c.playAfter);
             TearDown();
         }
     }
-}
-
-TEST_P(Pubg, AHudStartedInTheFrameForbidsPlayWhenTheNoneListCounts) {
-    PubgHooksBase* hook = start(GetParam());
-    enterPlay(hook);
-    bindScreen();
-    bindTexture(none);
-    bindTexture(crosshair);
-    bindTexture(crosshair);
-    draw(3);
-    bindTexture(hud);  // the HUD starts at draw 3
-    draw(14);
-    swap();
-    // Game 8 has no none list: the crosshair decides.
-    EXPECT_EQ(hook->isGamePlayDetected(), GetParam() == 8);
 }
 
 // Menus, the first frame of play, then frames whose HUD starts by a label or
