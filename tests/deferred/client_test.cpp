@@ -4,6 +4,8 @@
 #include <numeric>
 
 #include "DeferredFixture.h"
+#include "platform/properties.h"
+#include "velour/utils/Configuration.h"
 
 using namespace velour;
 using namespace velour::test;
@@ -53,23 +55,36 @@ class Client : public Bound {
 
 // --- What a draw copies ------------------------------------------------------
 
-TEST_F(Client, DrawArraysCopiesFromFirstAndTheDriverDrawsFromZero) {
-    std::vector<float> game(32);
-    std::iota(game.begin(), game.end(), 0.f);
+// The game's memory is copied at the draw from where the draw reads it (first,
+// base vertex) and the driver draws the copy from zero.
+TEST_F(Client, ADrawCopiesWhatItReadsAndTheDriverDrawsTheCopyFromZero) {
+    float game[32];
+    std::iota(game, game + 32, 0.f);
+    GLushort gameIndices[] = {0, 2, 1};
+    watchDraws("glDrawElementsBaseVertex", 2);
     watchDraws("glDrawArrays", 8);
-    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game.data());
+    gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game);
     gl_deferred_glDrawArrays(TRIANGLES, 8, 4);
-    std::fill(game.begin(), game.end(), -1.f);  // the game may reuse its memory at once
     gl_deferred_glFinish();
-
     // The pointer reaches the driver with the draw only; first went into the copy.
     EXPECT_EQ(trace(), (Names{"worker glEnableVertexAttribArray", "worker glVertexAttribPointer",
                               "worker glDrawArrays", "worker glFinish"}));
     EXPECT_EQ(callsWith("glDrawArrays", {1, 2}), (Seen{{"worker", {0, 4}}}));
     EXPECT_EQ(seen[0], (std::vector<float>{16, 17, 18, 19, 20, 21, 22, 23}));
+
+    gl_deferred_glVertexAttribPointer(0, 1, FLOAT, 0, 0, game);
+    gl_deferred_glDrawElementsBaseVertex(TRIANGLES, 3, UNSIGNED_SHORT, gameIndices, 5);
+    std::fill(game, game + 32, -1.f);  // the game may reuse its memory at once
+    gameIndices[1] = 9;
+    gl_deferred_glFinish();
+    EXPECT_EQ(argOf("glDrawElementsBaseVertex", 4), (Bits{0}));
+    EXPECT_EQ(Bits(seen[0].begin(), seen[0].begin() + 2), (Bits{5, 6}));
+    EXPECT_EQ(indices, (std::vector<GLushort>{0, 2, 1})) << "a copy of the game's indices";
 }
 
-TEST_F(Client, InterleavedAttributesAreOneRangeWithMemberOffsets) {
+// Interleaved attributes are one range, members at their offsets; separate and
+// per-instance arrays are ranges of their own counts.
+TEST_F(Client, CopiedRangesFollowTheAttributes) {
     struct Vertex {
         float position[3];
         unsigned char color[4];
@@ -78,7 +93,6 @@ TEST_F(Client, InterleavedAttributesAreOneRangeWithMemberOffsets) {
     // Declared in the other order on purpose: ranges are sorted by address.
     gl_deferred_glVertexAttribPointer(1, 4, UNSIGNED_BYTE, 1, sizeof(Vertex), vertices[0].color);
     gl_deferred_glVertexAttribPointer(0, 3, FLOAT, 0, sizeof(Vertex), vertices[0].position);
-
     auto* state = handler().copyClientArrays(1, 3, 0);
     ASSERT_EQ((Bits{state->attribCount, state->intervalCount}), (Bits{2, 1}));
     const auto& range = state->intervals[0];
@@ -90,10 +104,9 @@ TEST_F(Client, InterleavedAttributesAreOneRangeWithMemberOffsets) {
         EXPECT_EQ(bitsOf(a->pointer), bitsOf(range.copy) + (a->index == 0 ? 0 : 12));
         EXPECT_EQ(a->stride, GLsizei(sizeof(Vertex)));
     }
-}
 
-TEST_F(Client, SeparateArraysAndPerInstanceArraysAreCopiedByTheirOwnCounts) {
     float positions[16] = {}, offsets[16] = {};
+    gl_deferred_glDisableVertexAttribArray(1);
     gl_deferred_glEnableVertexAttribArray(2);
     gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, positions);
     gl_deferred_glVertexAttribPointer(2, 1, FLOAT, 0, 0, offsets);
@@ -111,21 +124,6 @@ TEST_F(Client, SeparateArraysAndPerInstanceArraysAreCopiedByTheirOwnCounts) {
         << "5 instances at a divisor of 2 read 3 elements, from the start";
     EXPECT_EQ(sizes(handler().copyClientArrays(0, 1, 0))[bitsOf(offsets)], 4u)
         << "no instance count still reads one element";
-}
-
-TEST_F(Client, BaseVertexStartsTheCopyThereAndTheDriverGetsZero) {
-    float game[32];
-    std::iota(game, game + 32, 0.f);
-    GLushort gameIndices[] = {0, 2, 1};
-    watchDraws("glDrawElementsBaseVertex", 2);
-    gl_deferred_glVertexAttribPointer(0, 1, FLOAT, 0, 0, game);
-    gl_deferred_glDrawElementsBaseVertex(TRIANGLES, 3, UNSIGNED_SHORT, gameIndices, 5);
-    gameIndices[1] = 9;
-    gl_deferred_glFinish();
-
-    EXPECT_EQ(argOf("glDrawElementsBaseVertex", 4), (Bits{0}));
-    EXPECT_EQ(seen[0], (std::vector<float>{5, 6}));
-    EXPECT_EQ(indices, (std::vector<GLushort>{0, 2, 1})) << "a copy of the game's indices";
 }
 
 TEST_F(Client, LargestIndexSkipsTheRestartIndexOnlyWhenRestartIsOn) {
@@ -165,15 +163,27 @@ TEST_F(Client, ClientArraysWithAnElementBufferApplyTheGamePointersAndWait) {
     EXPECT_EQ(argOf("glDrawElements", 3), (Bits{0x10}));
 }
 
-// Out of frame data, a client draw is drawn from the game's own arrays and
-// indices, and waited for.
-TEST_F(Client, OutOfFrameDataADrawTakesTheGamesArraysAndWaits) {
+// Out of frame data, a call with pointer data runs before its wrapper returns,
+// with the game's own pointer, and a client draw is drawn from the game's own
+// arrays and indices; what fits is still recorded and the mode stays deferred.
+TEST_F(Client, OutOfFrameDataRunsWhatCannotBeCopiedAtOnce) {
     using FrameData = core::MemTracker<core::MemCategory::FrameData>;
     struct Restore {
         ~Restore() { FrameData::limit = ~std::uint64_t(0); }
     } restore;
     FrameData::limit = FrameData::memory_usage.load();
-    std::vector<float> game(0x8001 * 2);  // more than a frame's memory
+
+    std::vector<float> uniforms(0x8000 * 4, 2.f), seenUniforms;  // larger than a frame's memory
+    keepArray("glUniform4fv", 2, seenUniforms,
+              [](const fake::Call& c) { return 4 * c.args[1].bits; });
+    gl_deferred_glUniform4fv(3, 0x8000, uniforms.data());
+    EXPECT_EQ(seenUniforms, uniforms) << "ran before the wrapper returned";
+    EXPECT_EQ(argOf("glUniform4fv", 2), (Bits{bitsOf(uniforms.data())}));
+    std::vector<unsigned char> vertices(0x20000, 7);  // a handled call
+    gl_deferred_glBufferData(ARRAY_BUFFER, GLsizeiptr(vertices.size()), vertices.data(), 0x88E4);
+    EXPECT_EQ(argOf("glBufferData", 2), (Bits{bitsOf(vertices.data())}));
+
+    std::vector<float> game(0x8001 * 2);
     GLushort game_indices[3] = {0, 1, 0x8000};
     gl_deferred_glVertexAttribPointer(0, 2, FLOAT, 0, 0, game.data());
     auto before = drains();
@@ -187,6 +197,16 @@ TEST_F(Client, OutOfFrameDataADrawTakesTheGamesArraysAndWaits) {
     EXPECT_EQ(Bits(pointers.begin(), pointers.begin() + 2),
               (Bits{bitsOf(game.data()), bitsOf(game.data())}));
     EXPECT_EQ(argOf("glDrawElements", 3), (Bits{bitsOf(game_indices), bitsOf(many.data())}));
+
+    float small[4] = {1, 2, 3, 4};
+    gl_deferred_glUniform4fv(4, 1, small);
+    EXPECT_EQ(count("glUniform4fv"), 1u) << "what fits is still recorded";
+    core::egl::deferred::swapBuffers(display(), surface());
+    gl_deferred_glFinish();
+    EXPECT_EQ(core::context.gameConfig.runtimeMode, core::MODE_DEFERRED);
+    Names all = trace();
+    EXPECT_EQ(Names(all.end() - 3, all.end()),
+              (Names{"worker glUniform4fv", "worker eglSwapBuffers", "worker glFinish"}));
 }
 
 // Client draws take a pointer into client memory: no buffer bound with it,
@@ -221,8 +241,11 @@ TEST_F(Client, ABufferOrAVertexArrayKeepsADrawOffTheClientPath) {
 }
 
 // Counted draws hand over early every 20th, and a frame of 50 of them ends the
-// warm-up at its swap after a hundred frames; client draws do neither.
+// warm-up at its swap after a hundred frames; client draws do neither. The
+// worker swaps, and publishes its thread when the warm-up ends.
 TEST_F(Client, OnlyCountedDrawsSubmitEarlyAndEndTheWarmUp) {
+    utils::Configuration::global().sets("orlo.de.job_queue_count", "3");
+    utils::Configuration::global().sets("de.job_queue_count", "3");
     float game[8] = {};
     attribute(game);
     auto before = handOvers();
@@ -245,12 +268,22 @@ TEST_F(Client, OnlyCountedDrawsSubmitEarlyAndEndTheWarmUp) {
         for (int i = 0; i < client; ++i) gl_deferred_glDrawArrays(TRIANGLES, 0, 3);
         attribute(nullptr, 1);
         for (int i = 0; i < counted; ++i) gl_deferred_glDrawArrays(TRIANGLES, 0, 3);
-        core::egl::deferred::swapBuffers(display(), surface());
+        EXPECT_EQ(core::egl::deferred::swapBuffers(display(), surface()), EGL_TRUE);
     };
+    before = handOvers();
     for (int i = 0; i < 101; ++i) frame(50, 49);
     EXPECT_EQ(executor().counters().deferredState, 0) << "client draws do not count";
+    // Per frame: two early hand-overs for the 49 counted draws, and the swap's.
+    EXPECT_GE(handOvers() - before, 101u * 3);
     frame(0, 50);
-    EXPECT_NE(executor().counters().deferredState, 0);
+    gl_deferred_glFinish();
+    EXPECT_EQ(executor().counters().deferredState, 2) << "the worker published its thread";
+    char value[PROP_VALUE_MAX] = {};
+    __system_property_get("vendor.nimbo.orlo.thread.render.id", value);
+    EXPECT_EQ(std::string(value), std::to_string(threadId()));
+    EXPECT_EQ(executor().queue.bufferCount(), 3u);
+    EXPECT_EQ(callsWith("eglSwapBuffers", {}).back().first, "worker");
+    EXPECT_EQ(count("eglSwapBuffers"), 102u);
 }
 
 // --- Buffer maps ---------------------------------------------------------------
@@ -306,6 +339,24 @@ TEST_F(Client, AWriteMapAndUnmapAreOneJobAndNoDrainOtherMapsTheDriversAlone) {
 // --- Answers from the shadow -----------------------------------------------------
 
 TEST_F(Client, GetsAnswerFromTheShadowWithoutADrain) {
+    // A driver that writes nothing, as for a pname the context lacks: the
+    // game's memory is left alone and the driver asked again. Drains are
+    // counted under the call that asked for them.
+    const auto& by = executor().queue.stats().drainsBy;
+    const std::uint32_t causes[] = {gles::id::glGetError, gles::id::glGetIntegerv,
+                                    core::JobQueue::DRAIN_BY_LAYER};
+    auto drainsBy = [&] {
+        Ints out;
+        for (auto cause : causes) out.push_back(GLint(by[cause]));
+        return out;
+    };
+    Ints causesBefore = drainsBy();
+    gl_deferred_glGetError();
+    gl_deferred_glGetError();
+    EXPECT_EQ((Ints{integer(0x821B), integer(0x821B)}), (Ints{-1, -1}));
+    executor().queue.flushAndWait();
+    EXPECT_EQ(drainsBy(), (Ints{causesBefore[0] + 2, causesBefore[1] + 2, causesBefore[2] + 1}));
+
     writeBack<GLint>("glGetIntegerv", 1, [](auto& c) { return c.args[0].bits == 0x8824 ? 8 : 42; });
     gl_deferred_glActiveTexture(0x84C3);
     gl_deferred_glBindTexture(0x0DE1, 7);
@@ -384,28 +435,20 @@ TEST_F(Client, BindingsAreAnsweredWhileCertainAndLearntByOneDrainWhenNot) {
     EXPECT_EQ(drains(), before);
 
     // Where the driver may refuse the call, its answer is asked once and kept.
-    struct Case {
-        const char* what;
-        std::function<void()> call;
-        GLenum pname;
-    };
-    const Case uncertain[] = {
-        {"a program that did not link", [] { gl_deferred_glUseProgram(6); }, 0x8B8D},
-        {"a switch during transform feedback",
-         [] {
-             gl_deferred_glBeginTransformFeedback(TRIANGLES);
-             gl_deferred_glUseProgram(0);
-         },
-         0x8B8D},
-        {"a target the context may lack", [] { gl_deferred_glBindFramebuffer(0x8CA9, 2); }, 0x8CA6},
-        {"a vertex array's element buffer", [] { gl_deferred_glBindVertexArray(9); }, 0x8895},
-    };
-    for (const Case& c : uncertain) {
-        c.call();
+    auto asked = [&](const char* what, GLenum pname) {
         before = drains();
-        EXPECT_EQ(integer(c.pname), 42) << c.what;
-        EXPECT_EQ(drains(), before + 1) << c.what;
-    }
+        EXPECT_EQ(integer(pname), 42) << what;
+        EXPECT_EQ(drains(), before + 1) << what;
+    };
+    gl_deferred_glUseProgram(6);
+    asked("a program that did not link", 0x8B8D);
+    gl_deferred_glBeginTransformFeedback(TRIANGLES);
+    gl_deferred_glUseProgram(0);
+    asked("a switch during transform feedback", 0x8B8D);
+    gl_deferred_glBindFramebuffer(0x8CA9, 2);
+    asked("a target the context may lack", 0x8CA6);
+    gl_deferred_glBindVertexArray(9);
+    asked("a vertex array's element buffer", 0x8895);
     before = drains();
     EXPECT_EQ((Ints{integer(0x8B8D), integer(0x8CA6)}), (Ints{42, 42})) << "learnt";
     EXPECT_EQ(drains(), before);
@@ -458,13 +501,6 @@ TEST_F(Client, CapabilitiesAndBoxesFollowTheCallsThatCannotFail) {
     EXPECT_EQ(drains(), before + 6);
 }
 
-TEST_F(Client, ARefusedReadLeavesTheGameMemoryAloneAndIsAskedAgain) {
-    // The driver writes nothing, as for a pname that the context lacks.
-    auto before = drains();
-    EXPECT_EQ((Ints{integer(0x821B), integer(0x821B)}), (Ints{-1, -1}));
-    EXPECT_EQ(drains(), before + 2);
-}
-
 TEST_F(Client, BufferStoresAreAnsweredAndAWholeWriteOnlyMapIsOurs) {
     unsigned char driverBuffer[64] = {};
     fake::setReturn("glMapBufferRange", bitsOf(driverBuffer));
@@ -479,61 +515,32 @@ TEST_F(Client, BufferStoresAreAnsweredAndAWholeWriteOnlyMapIsOurs) {
     ASSERT_NE(block, nullptr);
     EXPECT_EQ((Ints{parameter(0x88BB), parameter(0x88BC)}), (Ints{0x88B9, 1})) << "access, mapped";
     EXPECT_EQ(fetch<void*>(gl_deferred_glGetBufferPointervOES, ARRAY_BUFFER, 0x88BD), block);
-    std::iota(block, block + 64, static_cast<unsigned char>(1));
     EXPECT_EQ(gl_deferred_glUnmapBufferOES(ARRAY_BUFFER), 1);
     EXPECT_EQ(drains(), before);
     gl_deferred_glFinish();
     EXPECT_EQ(callsWith("glMapBufferRange", {1, 2, 3}), (Seen{{"worker", {0, 64, MAP_WRITE}}}));
-    EXPECT_EQ((Bits{driverBuffer[0], driverBuffer[63]}), (Bits{1, 64}));
 
     // Stores that the driver may have refused, or made where this context cannot
     // see, are the driver's to tell: the size drains, the map is the driver's.
-    struct Case {
-        const char* what;
-        std::function<void()> call;
-    };
-    const Case unknown[] = {
-        {"a usage an ES 2 context refuses",
-         [] { gl_deferred_glBufferData(ARRAY_BUFFER, 64, nullptr, 0x88E1); }},
-        {"immutable storage",
-         [] {
-             gl_deferred_glBufferStorageEXT(ARRAY_BUFFER, 64, nullptr, 0);
-             gl_deferred_glBufferData(ARRAY_BUFFER, 32, nullptr, 0x88E8);
-         }},
-        {"a deleted buffer",
-         [] {
-             GLuint buffer = 8;
-             gl_deferred_glBufferData(ARRAY_BUFFER, 64, nullptr, 0x88E8);
-             gl_deferred_glDeleteBuffers(1, &buffer);
-             gl_deferred_glBindBuffer(ARRAY_BUFFER, 8);
-         }},
-        {"objects shared with another context",
-         [this] {
-             executor().objectsShared = true;
-             gl_deferred_glBufferData(ARRAY_BUFFER, 64, nullptr, 0x88E8);
-         }},
-    };
-    for (const Case& c : unknown) {
-        c.call();
+    auto unknown = [&](const char* what) {
         before = drains();
         parameter(0x8764);
         gl_deferred_glMapBufferOES(ARRAY_BUFFER, 0x88B9);
-        EXPECT_EQ(drains(), before + 2) << c.what;
-    }
-}
-
-TEST_F(Client, DrainsAreCountedUnderTheCallThatAskedForThem) {
-    const auto& by = executor().queue.stats().drainsBy;
-    auto count = [&](std::uint32_t cause) { return by[cause]; };
-    Ints before{GLint(count(gles::id::glGetError)), GLint(count(gles::id::glGetIntegerv)),
-                GLint(count(core::JobQueue::DRAIN_BY_LAYER))};
-    gl_deferred_glGetError();
-    gl_deferred_glGetError();
-    integer(0x0D05);
-    executor().queue.flushAndWait();
-    EXPECT_EQ((Ints{GLint(count(gles::id::glGetError)), GLint(count(gles::id::glGetIntegerv)),
-                    GLint(count(core::JobQueue::DRAIN_BY_LAYER))}),
-              (Ints{before[0] + 2, before[1] + 1, before[2] + 1}));
+        EXPECT_EQ(drains(), before + 2) << what;
+    };
+    gl_deferred_glBufferData(ARRAY_BUFFER, 64, nullptr, 0x88E1);
+    unknown("a usage an ES 2 context refuses");
+    gl_deferred_glBufferStorageEXT(ARRAY_BUFFER, 64, nullptr, 0);
+    gl_deferred_glBufferData(ARRAY_BUFFER, 32, nullptr, 0x88E8);
+    unknown("immutable storage");
+    GLuint buffer = 8;
+    gl_deferred_glBufferData(ARRAY_BUFFER, 64, nullptr, 0x88E8);
+    gl_deferred_glDeleteBuffers(1, &buffer);
+    gl_deferred_glBindBuffer(ARRAY_BUFFER, 8);
+    unknown("a deleted buffer");
+    executor().objectsShared = true;
+    gl_deferred_glBufferData(ARRAY_BUFFER, 64, nullptr, 0x88E8);
+    unknown("objects shared with another context");
 }
 
 TEST_F(Client, DrawBuffersLearnsTheLimitOnceAndThenCopies) {

@@ -9,7 +9,6 @@
 
 #include "DeferredFixture.h"
 #include "platform/properties.h"
-#include "velour/utils/Configuration.h"
 
 using namespace velour;
 using namespace velour::test;
@@ -18,9 +17,16 @@ namespace {
 
 using Protocol = Bound;  // a deferred context bound
 
+// Recorded calls replay in order on the worker, pointer data as a copy taken
+// at the call; a question drains and gets the worker's answer.
 TEST_F(Protocol, RecordedCallsReplayInOrderOnTheWorker) {
+    std::vector<float> seen;
+    keepArray("glUniform4fv", 2, seen, [](const fake::Call& c) { return 4 * c.args[1].bits; });
+    float values[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+    auto before = executor().counters();
     gl_deferred_glClearColor(0.f, 0.5f, 1.f, 1.f);
-    gl_deferred_glClear(0x4000);
+    gl_deferred_glUniform4fv(3, 2, values);
+    std::memset(values, 0, sizeof(values));  // the game reuses its memory at once
     gl_deferred_glBlendFunc(1, 0);
     EXPECT_TRUE(fake::calls().empty()) << "recording calls nothing";
 
@@ -28,30 +34,19 @@ TEST_F(Protocol, RecordedCallsReplayInOrderOnTheWorker) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
         return 0x502;
     });
-    auto before = executor().counters();
     EXPECT_EQ(gl_deferred_glGetError(), 0x502u) << "a drain, then the worker's answer";
     EXPECT_GE(executor().counters().drainNanoseconds - before.drainNanoseconds, 5000000u);
+    EXPECT_EQ(seen, (std::vector<float>{1, 2, 3, 4, 5, 6, 7, 8}));
     // Immediate calls run on the game's thread with no drain; so does link status.
     gl_deferred_glGetUniformLocation(1, "u");
     fetch(gl_deferred_glGetProgramiv, 1, 35714);
     EXPECT_EQ(drains(), before.drains + 1);
     EXPECT_EQ(trace(),
-              (Names{"worker glClearColor", "worker glClear", "worker glBlendFunc",
+              (Names{"worker glClearColor", "worker glUniform4fv", "worker glBlendFunc",
                      "worker glGetError", "game glGetUniformLocation", "game glGetProgramiv"}));
-}
-
-TEST_F(Protocol, RecordedPointerDataIsACopy) {
-    std::vector<float> seen;
-    keepArray("glUniform4fv", 2, seen, [](const fake::Call& c) { return 4 * c.args[1].bits; });
-    float values[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-    auto copied = executor().counters().copiedBytes;
-    gl_deferred_glUniform4fv(3, 2, values);
-    std::memset(values, 0, sizeof(values));  // the game reuses its memory at once
-    gl_deferred_glFinish();
-    EXPECT_EQ(seen, (std::vector<float>{1, 2, 3, 4, 5, 6, 7, 8}));
-    EXPECT_EQ(executor().counters().copiedBytes, copied) << "counted as each frame ends";
+    EXPECT_EQ(executor().counters().copiedBytes, before.copiedBytes) << "counted as frames end";
     core::egl::deferred::swapBuffers(display(), surface());
-    EXPECT_EQ(executor().counters().copiedBytes - copied, 32u);
+    EXPECT_EQ(executor().counters().copiedBytes - before.copiedBytes, 32u);
 
     // Count 0 with a pointer: the driver still gets a pointer; null stays null.
     gl_deferred_glUniform4fv(3, 0, values);
@@ -63,30 +58,6 @@ TEST_F(Protocol, RecordedPointerDataIsACopy) {
     EXPECT_EQ((Bits{argOf("glDeleteTextures", 1).back(), argOf("glBindAttribLocation", 2).back()}),
               (Bits{0, 0}))
         << "an empty name reaches the driver as null too";
-}
-
-TEST_F(Protocol, SwapEndsTheFrameOnTheWorkerAndLeavesWarmUpAfterHundredFrames) {
-    utils::Configuration::global().sets("orlo.de.job_queue_count", "3");
-    utils::Configuration::global().sets("de.job_queue_count", "3");
-    auto& ex = executor();
-    for (int frame = 0; frame < 101; ++frame) {
-        // What a counted draw does around its job.
-        for (int draw = 0; draw < 60; ++draw) {
-            ex.submitEarly();
-            gl_deferred_glFlush();
-            ex.countDraw();
-        }
-        EXPECT_EQ(core::egl::deferred::swapBuffers(display(), surface()), EGL_TRUE);
-    }
-    gl_deferred_glFinish();
-    EXPECT_EQ(fake::callsOf("eglSwapBuffers").size(), 101u);
-    EXPECT_EQ(ex.queue.bufferCount(), 3u);
-    EXPECT_EQ(ex.counters().deferredState, 2) << "the worker published its thread";
-    char value[PROP_VALUE_MAX] = {};
-    __system_property_get("vendor.nimbo.orlo.thread.render.id", value);
-    EXPECT_EQ(std::string(value), std::to_string(threadId()));
-    // Per frame: three early hand-overs for the 60 draws, and the swap's.
-    EXPECT_GE(ex.counters().handOvers, 101u * 4);
 }
 
 TEST_F(Protocol, FallbackSwitchesToImmediateModeAtTheSwap) {
@@ -107,37 +78,6 @@ TEST_F(Protocol, FallbackSwitchesToImmediateModeAtTheSwap) {
     char tag[PROP_VALUE_MAX] = {};
     __system_property_get("vendor.nimbo.orlo.release.tag", tag);
     EXPECT_STREQ(tag, "1");
-}
-
-// Out of frame data, a call with pointer data runs before its wrapper returns,
-// with the game's own pointer; the rest of the stream stays deferred.
-TEST_F(Protocol, OutOfFrameDataRunsTheCallAtOnceAndStaysDeferred) {
-    using FrameData = core::MemTracker<core::MemCategory::FrameData>;
-    struct Restore {
-        ~Restore() { FrameData::limit = ~std::uint64_t(0); }
-    } restore;
-    FrameData::limit = FrameData::memory_usage.load();
-
-    std::vector<float> uniforms(0x8000 * 4, 2.f);  // larger than a frame's memory
-    std::vector<float> seen;
-    keepArray("glUniform4fv", 2, seen, [](const fake::Call& c) { return 4 * c.args[1].bits; });
-    gl_deferred_glUniform4fv(3, 0x8000, uniforms.data());
-    EXPECT_EQ(seen, uniforms) << "ran before the wrapper returned";
-    EXPECT_EQ(argOf("glUniform4fv", 2), (Bits{bitsOf(uniforms.data())}));
-
-    std::vector<unsigned char> vertices(0x20000, 7);  // a handled call
-    gl_deferred_glBufferData(0x8892, static_cast<GLsizeiptr>(vertices.size()), vertices.data(),
-                             0x88E4);
-    EXPECT_EQ(argOf("glBufferData", 2), (Bits{bitsOf(vertices.data())}));
-
-    float small[4] = {1, 2, 3, 4};
-    gl_deferred_glUniform4fv(4, 1, small);
-    EXPECT_EQ(count("glUniform4fv"), 1u) << "what fits is still recorded";
-    core::egl::deferred::swapBuffers(display(), surface());
-    gl_deferred_glFinish();
-    EXPECT_EQ(core::context.gameConfig.runtimeMode, core::MODE_DEFERRED);
-    EXPECT_EQ(trace(), (Names{"worker glUniform4fv", "worker glBufferData", "worker glUniform4fv",
-                              "worker eglSwapBuffers", "worker glFinish"}));
 }
 
 // Inline mode records and replays at the swap, immediate mode calls through.

@@ -146,65 +146,59 @@ TEST_F(ObjectHandlers, AnySamplesQueriesAnswerOneWithoutADrainWhenDisabled) {
 
 // ---- EGL frame times ---------------------------------------------------
 
-// Asked every time with time stamps on; with them off, the first success kept.
-TEST_F(ObjectHandlers, FrameIdIsKeptOnlyWhenTimeStampsAreOff) {
+// Frame ids are asked every time with time stamps on; with them off, the first
+// success is kept. Time stamps are kept by their names, not their frame.
+TEST_F(ObjectHandlers, FrameIdsAndTimeStampsAreKeptOnlyWhenTimeStampsAreOff) {
     std::uint64_t next = 41;
     EGLBoolean answer = EGL_TRUE;
     fake::setHandler("eglGetNextFrameIdANDROID", [&](const fake::Call& c) {
         *pointerArg<EGLuint64KHR>(c, 2) = next++;
         return answer;
     });
-    auto ask = [] {  // the id, or 0 for a failure
+    auto id = [] {  // the id, or 0 for a failure
         EGLuint64KHR id = 0;
         return gl_deferred_eglGetNextFrameIdANDROID(display(), surface(), &id) ? id : 0;
     };
     core::context.gameConfig.disableEglTimeStamps = false;
-    EXPECT_EQ((Bits{ask(), ask()}), (Bits{41, 42}));
-
+    EXPECT_EQ((Bits{id(), id()}), (Bits{41, 42}));
     core::context.gameConfig.disableEglTimeStamps = true;
     answer = EGL_FALSE;
-    EXPECT_EQ(ask(), 0u);
+    EXPECT_EQ(id(), 0u);
     answer = EGL_TRUE;
-    EXPECT_EQ(ask(), 44u) << "a failed answer is not kept";
     std::uint64_t before = drains();
-    EXPECT_EQ(ask(), 44u);
-    EXPECT_EQ(drains(), before);
+    EXPECT_EQ((Bits{id(), id()}), (Bits{44, 44})) << "a failed answer is not kept";
+    EXPECT_EQ(drains(), before + 1);
     EXPECT_EQ(count("eglGetNextFrameIdANDROID"), 4u);
-}
 
-TEST_F(ObjectHandlers, FrameTimestampsAreKeptByTheirNamesNotTheirFrame) {
     using Times = std::vector<EGLnsecsANDROID>;
-    core::context.gameConfig.disableEglTimeStamps = true;
     EGLnsecsANDROID base = 100;
     fake::setHandler("eglGetFrameTimestampsANDROID", [&](const fake::Call& c) {
         auto* values = pointerArg<EGLnsecsANDROID>(c, 5);
         for (std::uint64_t i = 0; i < c.args[3].bits; ++i) values[i] = base + EGLnsecsANDROID(i);
         return EGL_TRUE;
     });
-    auto ask = [](EGLuint64KHR frame, const std::vector<EGLint>& names) {  // none for a failure
+    auto times = [](EGLuint64KHR frame, const std::vector<EGLint>& names) {  // none: a failure
         Times values(names.size());
         bool ok = gl_deferred_eglGetFrameTimestampsANDROID(
             display(), surface(), frame, names.size(), names.data(), values.data());
         return ok ? values : Times{};
     };
-
-    EXPECT_EQ(ask(7, {1, 2}), (Times{100, 101}));
+    EXPECT_EQ(times(7, {1, 2}), (Times{100, 101}));
     base = 500;
-    std::uint64_t before = drains();
-    EXPECT_EQ(ask(8, {1, 2}), (Times{100, 101})) << "the first answer, for a later frame";
+    before = drains();
+    EXPECT_EQ(times(8, {1, 2}), (Times{100, 101})) << "the first answer, for a later frame";
     EXPECT_EQ(drains(), before);
-
     // Other names: asked, and they replace what was kept.
-    EXPECT_EQ(ask(9, {1, 2, 3}), (Times{500, 501, 502}));
+    EXPECT_EQ(times(9, {1, 2, 3}), (Times{500, 501, 502}));
     base = 900;
-    EXPECT_EQ(ask(10, {1, 2, 3}), (Times{500, 501, 502}));
-    EXPECT_EQ(ask(11, {1, 2}), (Times{900, 901})) << "the old names are asked again";
+    EXPECT_EQ(times(10, {1, 2, 3}), (Times{500, 501, 502}));
+    EXPECT_EQ(times(11, {1, 2}), (Times{900, 901})) << "the old names are asked again";
     EXPECT_EQ(count("eglGetFrameTimestampsANDROID"), 3u);
-}
 
-TEST_F(ObjectHandlers, PresentationTimeIsRecordedWithItsSixtyFourBits) {
+    // A presentation time is recorded with its sixty-four bits.
     const EGLnsecsANDROID time = 0x123456789ABCDEFLL;
-    std::uint64_t before = drains();
+    fake::clearCalls();
+    before = drains();
     EXPECT_EQ(gl_deferred_eglPresentationTimeANDROID(display(), surface(), time), EGL_TRUE);
     EXPECT_EQ(drains(), before);
     EXPECT_TRUE(fake::calls().empty()) << "recorded";
@@ -254,7 +248,7 @@ class Readback : public ObjectHandlers {
     std::vector<unsigned char> packed;
 };
 
-TEST_F(Readback, IntoAPackBufferCopiesOnTheWorkerWithoutADrain) {
+TEST_F(Readback, IntoAPackBufferCopiesOnTheWorkerWithoutADrainAndKeepsOneCopy) {
     std::uint64_t before = drains();
     gl_deferred_glReadPixels(0, 0, 4, 4, RGBA, UNSIGNED_BYTE, nullptr);
     EXPECT_EQ(drains(), before);
@@ -270,16 +264,16 @@ TEST_F(Readback, IntoAPackBufferCopiesOnTheWorkerWithoutADrain) {
     EXPECT_EQ(callsWith("glMapBufferRange", {0, 1, 2, 3}),
               (Seen{{"worker", {PIXEL_PACK_BUFFER, 0, 1500, MAP_READ_BIT}}}));
 
-    std::lock_guard<std::mutex> lock(cache().mutex);
-    EXPECT_EQ((Bits{cache().valid, cache().buffer, cache().size, bitsOf(cache().fence)}),
-              (Bits{1, 77, 1500, 0xf2}));
-    ASSERT_NE(cache().data, nullptr);
-    EXPECT_NE(cache().data, packed.data());
-    EXPECT_EQ(std::memcmp(cache().data, packed.data(), 1500), 0);
-}
+    {
+        std::lock_guard<std::mutex> lock(cache().mutex);
+        EXPECT_EQ((Bits{cache().valid, cache().buffer, cache().size, bitsOf(cache().fence)}),
+                  (Bits{1, 77, 1500, 0xf2}));
+        ASSERT_NE(cache().data, nullptr);
+        EXPECT_NE(cache().data, packed.data());
+        EXPECT_EQ(std::memcmp(cache().data, packed.data(), 1500), 0);
+    }
 
-TEST_F(Readback, AnUnconsumedCopyStaysAndALargerOneGetsANewBlock) {
-    readBack();
+    // An unconsumed copy stays; a smaller one keeps the block, a larger one gets a new block.
     void* first = cache().data;
     fill(1500, 9);
     fake::clearCalls();

@@ -49,6 +49,10 @@ TEST_F(BufferShadow, OnlyBuffersOfLastFramesUIDrawsAreMirrored) {
     EXPECT_EQ(0, std::memcmp(hook.getVertexBufferData(), bytes + 8, 8)) << "attribute 0's offset";
     EXPECT_EQ(8u, hook.getVertexBufferSize());
     EXPECT_EQ(3u, fake::callsOf("glBufferData").size()) << "every call reaches the driver";
+    hook.hookglDeleteBuffers(1, &VBO);
+    EXPECT_FALSE(hook.isShadowed(VBO));
+    EXPECT_EQ(0u, hook.getVertexBufferSize()) << "nothing to read";
+    EXPECT_EQ(1u, fake::callsOf("glDeleteBuffers").size());
 
     hook.resetUIBufferHandles();  // a frame with no UI draw
     hook.hookglBindBuffer(GL_ARRAY_BUFFER, 20);
@@ -58,22 +62,7 @@ TEST_F(BufferShadow, OnlyBuffersOfLastFramesUIDrawsAreMirrored) {
     EXPECT_FALSE(hook.isShadowed(0)) << "another target counts as handle 0";
 }
 
-TEST_F(BufferShadow, NullDataThenSubDataFillsTheShadow) {
-    uiFrame();
-    hook.hookglBufferData(GL_ELEMENT_ARRAY_BUFFER, 8, nullptr, GL_DYNAMIC_DRAW);
-    const std::uint16_t indices[2] = {7, 9};
-    hook.hookglBufferSubData(GL_ELEMENT_ARRAY_BUFFER, 4, 4, indices);
-    ASSERT_NE(nullptr, hook.getElementBufferData());
-    EXPECT_EQ(7, hook.getElementBufferData()[2]);
-    EXPECT_EQ(9, hook.getElementBufferData()[3]);
-    // Sub-data past the end grows the shadow and keeps what it held.
-    hook.hookglBufferSubData(GL_ELEMENT_ARRAY_BUFFER, 12, 4, indices);
-    EXPECT_EQ(16u, hook.getElementBufferSize());
-    EXPECT_EQ(7, hook.getElementBufferData()[2]);
-    EXPECT_EQ(9, hook.getElementBufferData()[7]);
-}
-
-TEST_F(BufferShadow, WrittenMapsAreServedFromTheShadowAndReachTheDriverAtUnmap) {
+TEST_F(BufferShadow, WritesThroughMapsAndSubDataReachTheShadow) {
     uiFrame();
     std::vector<std::uint8_t> driverMemory(64, 0);
     fake::setReturn("glMapBufferRange", reinterpret_cast<std::uintptr_t>(driverMemory.data()));
@@ -110,6 +99,19 @@ TEST_F(BufferShadow, WrittenMapsAreServedFromTheShadowAndReachTheDriverAtUnmap) 
     hook.hookglMapBufferRange(GL_ARRAY_BUFFER, 0, 4, GL_MAP_WRITE_BIT);
     fake::setReturn("glMapBufferRange", 0);
     EXPECT_EQ(GL_FALSE, hook.hookglUnmapBuffer(GL_ARRAY_BUFFER));
+
+    // Null data, then sub-data, fills the shadow.
+    hook.hookglBufferData(GL_ELEMENT_ARRAY_BUFFER, 8, nullptr, GL_DYNAMIC_DRAW);
+    const std::uint16_t indices[2] = {7, 9};
+    hook.hookglBufferSubData(GL_ELEMENT_ARRAY_BUFFER, 4, 4, indices);
+    ASSERT_NE(nullptr, hook.getElementBufferData());
+    EXPECT_EQ(7, hook.getElementBufferData()[2]);
+    EXPECT_EQ(9, hook.getElementBufferData()[3]);
+    // Sub-data past the end grows the shadow and keeps what it held.
+    hook.hookglBufferSubData(GL_ELEMENT_ARRAY_BUFFER, 12, 4, indices);
+    EXPECT_EQ(16u, hook.getElementBufferSize());
+    EXPECT_EQ(7, hook.getElementBufferData()[2]);
+    EXPECT_EQ(9, hook.getElementBufferData()[7]);
 }
 
 TEST_F(BufferShadow, VertexArraysRecordAttributesUpToIndexFive) {
@@ -144,17 +146,6 @@ TEST_F(BufferShadow, VertexArraysRecordAttributesUpToIndexFive) {
 
     hook.hookglDisableVertexAttribArray(0);
     EXPECT_EQ(nullptr, hook.getVertexBufferData()) << "attribute 0 disabled";
-}
-
-TEST_F(BufferShadow, DeletedBuffersLoseTheirShadow) {
-    uiFrame();
-    std::uint8_t bytes[48] = {};
-    hook.hookglBufferData(GL_ARRAY_BUFFER, 48, bytes, GL_DYNAMIC_DRAW);
-    ASSERT_TRUE(hook.isShadowed(VBO));
-    hook.hookglDeleteBuffers(1, &VBO);
-    EXPECT_FALSE(hook.isShadowed(VBO));
-    EXPECT_EQ(0u, hook.getVertexBufferSize()) << "nothing to read";
-    EXPECT_EQ(1u, fake::callsOf("glDeleteBuffers").size());
 }
 
 }  // namespace

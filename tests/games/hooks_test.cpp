@@ -64,57 +64,42 @@ class Contract : public HookFixture {
     }
 };
 
-struct Case {
-    const char* name;
-    std::function<void()> call;
-    std::vector<std::string> expected;
-};
-
 TEST_F(Contract, CommonThunksTellTheHookBeforeTheDriver) {
     RecordingHooks* hook = start();
     const char* source = "void main() {}";
     const GLushort indices[3] = {0, 1, 2};
-    const Case cases[] = {
-        {"use", [] { hijack::glUseProgram(3); }, {"onUseProgram", "driver:glUseProgram"}},
-        {"link", [] { hijack::glLinkProgram(3); }, {"onLinkProgram", "driver:glLinkProgram"}},
-        {"delete program",
-         [] { hijack::glDeleteProgram(3); },
-         {"onDeleteProgram", "driver:glDeleteProgram"}},
-        {"attach",
-         [] { hijack::glAttachShader(3, 4); },
-         {"onAttachShader", "driver:glAttachShader"}},
-        {"detach",
-         [] { hijack::glDetachShader(3, 4); },
-         {"onDetachShader", "driver:glDetachShader"}},
-        {"delete shader",
-         [] { hijack::glDeleteShader(4); },
-         {"onDeleteShader", "driver:glDeleteShader"}},
-        {"source",
-         [&] { hijack::glShaderSource(4, 1, &source, nullptr); },
-         {"onShaderSource", "driver:glShaderSource"}},
-        // The driver never sees a label.
-        {"label", [] { hijack::glLabelObjectEXT(GL_TEXTURE, 5, 3, "abc"); }, {"onLabelObjectEXT"}},
-        {"arrays",
-         [] { hijack::glDrawArrays(GL_TRIANGLES, 0, 3); },
-         {"onDraw", "driver:glDrawArrays"}},
-        {"elements",
-         [&] { hijack::glDrawElements(GL_TRIANGLES, 3, GL_UNSIGNED_SHORT, indices); },
-         {"onDraw", "driver:glDrawElements"}},
-        {"instanced",
-         [&] { hijack::glDrawElementsInstanced(GL_TRIANGLES, 3, GL_UNSIGNED_SHORT, indices, 2); },
-         {"onDraw", "driver:glDrawElementsInstanced"}},
-        {"base vertex",
-         [&] {
-             hijack::glDrawElementsBaseVertexOES(GL_TRIANGLES, 3, GL_UNSIGNED_SHORT, indices, 7);
-         },
-         {"onDraw", "driver:glDrawElementsBaseVertexOES"}},
-        // Not fed to hooks: straight to the driver.
-        {"other", [] { hijack::glClear(0); }, {"driver:glClear"}},
+    const GLenum triangles = GL_TRIANGLES, shorts = GL_UNSIGNED_SHORT;
+    // The driver's function each call reaches (none for a label), and the hook's before it.
+    const struct {
+        const char* driver;
+        std::function<void()> call;
+        const char* hook;
+    } cases[] = {
+        {"glUseProgram", [] { hijack::glUseProgram(3); }, "onUseProgram"},
+        {"glLinkProgram", [] { hijack::glLinkProgram(3); }, "onLinkProgram"},
+        {"glDeleteProgram", [] { hijack::glDeleteProgram(3); }, "onDeleteProgram"},
+        {"glAttachShader", [] { hijack::glAttachShader(3, 4); }, "onAttachShader"},
+        {"glDetachShader", [] { hijack::glDetachShader(3, 4); }, "onDetachShader"},
+        {"glDeleteShader", [] { hijack::glDeleteShader(4); }, "onDeleteShader"},
+        {"glShaderSource", [&] { hijack::glShaderSource(4, 1, &source, nullptr); },
+         "onShaderSource"},
+        {nullptr, [] { hijack::glLabelObjectEXT(GL_TEXTURE, 5, 3, "abc"); }, "onLabelObjectEXT"},
+        {"glDrawArrays", [] { hijack::glDrawArrays(GL_TRIANGLES, 0, 3); }, "onDraw"},
+        {"glDrawElements", [&] { hijack::glDrawElements(triangles, 3, shorts, indices); },
+         "onDraw"},
+        {"glDrawElementsInstanced",
+         [&] { hijack::glDrawElementsInstanced(triangles, 3, shorts, indices, 2); }, "onDraw"},
+        {"glDrawElementsBaseVertexOES",
+         [&] { hijack::glDrawElementsBaseVertexOES(triangles, 3, shorts, indices, 7); }, "onDraw"},
+        {"glClear", [] { hijack::glClear(0); }, nullptr},  // not fed to hooks
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         events.clear();
         c.call();
-        EXPECT_EQ(events, c.expected) << c.name;
+        std::vector<std::string> expected;
+        if (c.hook) expected.push_back(c.hook);
+        if (c.driver) expected.push_back(std::string("driver:") + c.driver);
+        EXPECT_EQ(events, expected);
     }
     // A hook that refuses a draw swallows it.
     hook->letDrawsThrough = false;
@@ -122,6 +107,16 @@ TEST_F(Contract, CommonThunksTellTheHookBeforeTheDriver) {
     hijack::glDrawArrays(GL_TRIANGLES, 0, 3);
     hijack::glDrawElements(GL_TRIANGLES, 3, GL_UNSIGNED_SHORT, indices);
     EXPECT_EQ(events, (std::vector<std::string>{"onDraw", "onDraw"}));
+
+    // A thread without a hook only calls the driver.
+    core::tlglobals = {nullptr, nullptr};
+    events.clear();
+    hijack::glUseProgram(1);
+    draw();
+    hijack::glLabelObjectEXT(GL_TEXTURE, 1, 0, "HUD_Atlas");
+    swap();
+    EXPECT_EQ(events, (std::vector<std::string>{"driver:glUseProgram", "driver:glDrawArrays",
+                                                "driver:eglSwapBuffers"}));
 }
 
 TEST_F(Contract, DrawsLeaveTheirParametersForTheGame) {
@@ -165,17 +160,6 @@ TEST_F(Contract, TheSwapEndsTheFrameAndSkipSwapSwallowsOne) {
     EXPECT_EQ(hook->frameCount, 3u);
 }
 
-TEST_F(Contract, AThreadWithoutAHookOnlyCallsTheDriver) {
-    start();
-    core::tlglobals = {nullptr, nullptr};
-    hijack::glUseProgram(1);
-    draw();
-    hijack::glLabelObjectEXT(GL_TEXTURE, 1, 0, "HUD_Atlas");
-    swap();
-    EXPECT_EQ(events, (std::vector<std::string>{"driver:glUseProgram", "driver:glDrawArrays",
-                                                "driver:eglSwapBuffers"}));
-}
-
 // Every slot that differs from the driver's after start-up.
 std::set<std::string> replacedSlots() {
     std::set<std::string> names;
@@ -187,26 +171,15 @@ std::set<std::string> replacedSlots() {
     return names;
 }
 
-TEST_F(Contract, EachGameReplacesItsOwnSlotsAndTheCommonOnes) {
-    const std::set<std::string> common = {"glUseProgram",
-                                          "eglSwapBuffers",
-                                          "glLinkProgram",
-                                          "glDeleteProgram",
-                                          "glAttachShader",
-                                          "glDetachShader",
-                                          "glDeleteShader",
-                                          "glShaderSource",
-                                          "glGetString",
-                                          "glGetStringi",
-                                          "glGetIntegerv",
-                                          "glLabelObjectEXT",
-                                          "glDrawArrays",
-                                          "glDrawElements",
-                                          "glDrawElementsInstanced",
-                                          "glDrawElementsBaseVertexOES"};
-    std::set<std::string> pubg = common;
-    pubg.insert({"glDisable", "glBindFramebuffer", "glDepthRangef", "glBlendFuncSeparate",
-                 "glBindTexture", "glDeleteTextures"});
+TEST_F(Contract, EachKnownGameReplacesItsOwnSlotsAndTheCommonOnes) {
+    std::set<std::string> pubg = {
+        "glUseProgram", "eglSwapBuffers", "glLinkProgram", "glDeleteProgram", "glAttachShader",
+        "glDetachShader", "glDeleteShader", "glShaderSource", "glGetString", "glGetStringi",
+        "glGetIntegerv", "glLabelObjectEXT", "glDrawArrays", "glDrawElements",
+        "glDrawElementsInstanced", "glDrawElementsBaseVertexOES",
+        // game 1's own
+        "glDisable", "glBindFramebuffer", "glDepthRangef", "glBlendFuncSeparate", "glBindTexture",
+        "glDeleteTextures"};
     for (int game : {1, 8}) {
         install(game);
         EXPECT_EQ(replacedSlots(), pubg) << "game " << game;
@@ -216,13 +189,11 @@ TEST_F(Contract, EachGameReplacesItsOwnSlotsAndTheCommonOnes) {
     install(1, true);
     pubg.insert("glInsertEventMarkerEXT");
     EXPECT_EQ(replacedSlots(), pubg);
-}
-
-TEST_F(Contract, UnknownGamesGetNoTriggers) {
+    TearDown();
+    // Unknown games get no triggers.
     fake::reset();
     drv::initRealGL(nullptr, fake::getNextProc);
     gles::initFunctionTable();
-    saved = core::context.gameConfig;
     for (int game : {0, 10, -1}) {
         core::context.gameConfig.game = game;
         EXPECT_FALSE(games::GameGLHooks::registerGlobalTriggers()) << game;
@@ -232,27 +203,25 @@ TEST_F(Contract, UnknownGamesGetNoTriggers) {
 
 TEST_F(Contract, ReplayMarkersNeedTheirExactLengthWithTheTerminator) {
     start(true);
-    const std::string end = "velour.marker.frame_end", begin = "velour.marker.frame_begin";
-    const Case cases[] = {
-        {"end", [&] { hijack::glInsertEventMarkerEXT(24, end.c_str()); }, {"onFrameEnd"}},
-        {"begin", [&] { hijack::glInsertEventMarkerEXT(26, begin.c_str()); }, {"onSFRFrameBegin"}},
-        {"end, length without terminator",
-         [&] { hijack::glInsertEventMarkerEXT(23, end.c_str()); },
-         {}},
-        {"begin, length 0", [&] { hijack::glInsertEventMarkerEXT(0, begin.c_str()); }, {}},
-        {"other text", [] { hijack::glInsertEventMarkerEXT(24, "velour.marker.frame_xyz"); }, {}},
-        {"null", [] { hijack::glInsertEventMarkerEXT(24, nullptr); }, {}},
-    };
-    for (const Case& c : cases) {
+    const char *end = "velour.marker.frame_end", *begin = "velour.marker.frame_begin";
+    const struct {
+        int length;
+        const char* text;
+        const char* hook;
+    } cases[] = {
+        {24, end, "onFrameEnd"}, {26, begin, "onSFRFrameBegin"},           {23, end, nullptr},
+        {0, begin, nullptr},     {24, "velour.marker.frame_xyz", nullptr}, {24, nullptr, nullptr}};
+    for (const auto& c : cases) {
         events.clear();
-        c.call();
-        std::vector<std::string> expected = c.expected;
+        hijack::glInsertEventMarkerEXT(c.length, c.text);
         // The first frame end copies a pixel out; only the hook's calls count here.
         std::vector<std::string> hookEvents;
         for (auto& e : events)
             if (e.rfind("driver:", 0) != 0) hookEvents.push_back(e);
-        EXPECT_EQ(hookEvents, expected) << c.name;
-        EXPECT_EQ(events.back(), "driver:glInsertEventMarkerEXT") << c.name;
+        EXPECT_EQ(hookEvents,
+                  c.hook ? std::vector<std::string>{c.hook} : std::vector<std::string>{})
+            << c.length << " " << (c.text ? c.text : "null");
+        EXPECT_EQ(events.back(), "driver:glInsertEventMarkerEXT");
     }
 }
 

@@ -29,13 +29,19 @@ class Pubg : public HookFixture, public ::testing::WithParamInterface<int> {
         none = labelled("Loading_Screen");
         return hook;
     }
-    // A frame that binds each kind of texture so often, then draws.
-    void frame(int draws, Counts counts) {
+    // A frame that binds each kind of texture so often, then draws; with
+    // `hudAt`, on the screen and binding a HUD label before that draw.
+    void frame(int draws, Counts counts, int hudAt = -1) {
         for (int i = 0; i < counts.gamePlay; ++i) bindTexture(gamePlay);
         for (int i = 0; i < counts.crosshair; ++i) bindTexture(crosshair);
         for (int i = 0; i < counts.lobby; ++i) bindTexture(lobby);
         for (int i = 0; i < counts.none; ++i) bindTexture(none);
-        draw(draws);
+        if (hudAt >= 0) {
+            bindScreen();
+            draw(hudAt);
+            bindTexture(hud);
+        }
+        draw(draws - std::max(hudAt, 0));
         swap();
     }
     void enterPlay(PubgHooksBase* hook) {
@@ -51,189 +57,71 @@ class Pubg : public HookFixture, public ::testing::WithParamInterface<int> {
         draw(draws);
         bindScreen();
     }
+    // The labels of one list, of the edition under test.
+    static games::LabelTracker& labels(int game, const char* list) {
+        using P = games::PubgGLHooks;
+        using I = games::PubgInternationalGLHooks;
+        const std::string name = list;
+        if (name == "hud") return game == 1 ? P::_hudLabels : I::_hudLabels;
+        if (name == "crosshair") return game == 1 ? P::_crosshairLabels : I::_crosshairLabels;
+        return game == 1 ? P::_gamePlayLabels : I::_gamePlayLabels;
+    }
 
     GLuint gamePlay = 0, crosshair = 0, lobby = 0, hud = 0, none = 0;
 };
 
-struct Decision {
-    const char* what;
-    bool international;  // the case holds for game 8 only (or game 1 only when false)
-    bool bothEditions;
-    bool playBefore;
-    int draws;
-    Counts counts;
-    bool playAfter;
-};
-
 // The end-of-frame decision of both editions, from the counters of the frame.
 TEST_F(Pubg, PlayIsDecidedAtTheFrameEndFromTheCounters) {
+    struct Decision {
+        const char* what;
+        int game;  // 0: both editions
+        bool playBefore;
+        int draws;
+        Counts counts;
+        bool playAfter;
+        int hudAt = -1;
+    };
     const Decision cases[] = {
-        {"a short frame is never play", false, true, true, 16, {3, 0, 0, 0}, false},
-        {"17 draws with play labels", false, true, false, 17, {1, 0, 0, 0}, true},
-        {"nothing known bound keeps play", false, true, true, 17, {0, 0, 0, 0}, true},
-        {"nothing known bound keeps menu", false, true, false, 17, {0, 0, 0, 0}, false},
-        {"3 + 0 is not above 3", false, true, true, 17, {3, 0, 3, 0}, false},
-        {"crosshair outweighs the lobby", false, true, false, 30, {0, 2, 1, 0}, true},
-        {"none list with no play label allows play", false, false, false, 17, {0, 2, 0, 1}, true},
-        {"none list with a play label forbids play", false, false, false, 17, {1, 2, 0, 1}, false},
-        {"only a none label says menu", false, false, true, 17, {0, 0, 0, 1}, false},
-        {"international: crosshair and lobby 0, play 0 keeps play",
-         true,
-         false,
-         true,
-         17,
-         {0, 0, 0, 0},
-         true},
-        {"international: crosshair and lobby 0, play 1 is play",
-         true,
-         false,
-         false,
-         17,
-         {1, 0, 0, 0},
-         true},
-        {"international: 0 + 1 is not above 2", true, false, true, 17, {0, 1, 2, 0}, false},
+        {"a short frame is never play", 0, true, 16, {3, 0, 0, 0}, false},
+        {"17 draws with play labels", 0, false, 17, {1, 0, 0, 0}, true},
+        {"nothing known bound keeps play", 0, true, 17, {0, 0, 0, 0}, true},
+        {"nothing known bound keeps menu", 0, false, 17, {0, 0, 0, 0}, false},
+        {"3 + 0 is not above 3", 0, true, 17, {3, 0, 3, 0}, false},
+        {"crosshair outweighs the lobby", 0, false, 30, {0, 2, 1, 0}, true},
+        {"none list with no play label allows play", 1, false, 17, {0, 2, 0, 1}, true},
+        {"none list with a play label forbids play", 1, false, 17, {1, 2, 0, 1}, false},
+        {"only a none label says menu", 1, true, 17, {0, 0, 0, 1}, false},
+        {"no crosshair nor lobby, play 0 keeps play", 8, true, 17, {0, 0, 0, 0}, true},
+        {"no crosshair nor lobby, play 1 is play", 8, false, 17, {1, 0, 0, 0}, true},
+        {"0 + 1 is not above 2", 8, true, 17, {0, 1, 2, 0}, false},
+        // A HUD started in the frame: the none list counts; game 8 has none.
+        {"a HUD with a none label", 1, true, 17, {0, 2, 0, 1}, false, 3},
+        {"a HUD with a none label", 8, true, 17, {0, 2, 0, 1}, true, 3},
     };
     for (int game : {1, 8}) {
         for (const Decision& c : cases) {
-            const bool international = game == 8;
-            if (!c.bothEditions && c.international != international) continue;
+            if (c.game != 0 && c.game != game) continue;
+            SCOPED_TRACE(testing::Message() << "game " << game << ": " << c.what);
             PubgHooksBase* hook = start(game);
             if (c.playBefore) enterPlay(hook);
-            frame(c.draws, c.counts);
-            EXPECT_EQ(hook->isGamePlayDetected(), c.playAfter) << "game " << game << ": " << c.what;
+            frame(c.draws, c.counts, c.hudAt);
+            EXPECT_EQ(hook->isGamePlayDetected(), c.playAfter);
             TearDown();
         }
     }
 }
 
-TEST_P(Pubg, AHudStartedInTheFrameForbidsPlayWhenTheNoneListCounts) {
-    PubgHooksBase* hook = start(GetParam());
-    enterPlay(hook);
-    bindScreen();
-    bindTexture(none);
-    bindTexture(crosshair);
-    bindTexture(crosshair);
-    draw(3);
-    bindTexture(hud);  // the HUD starts at draw 3
-    draw(14);
-    swap();
-    // Game 8 has no none list: the crosshair decides.
-    EXPECT_EQ(hook->isGamePlayDetected(), GetParam() == 8);
-}
-
-TEST_P(Pubg, TheFirstFrameOfPlayCarriesNoEffectAndUIIsEnteredOnceAFrame) {
+// Menus, the first frame of play, then frames whose HUD starts by a label or
+// by a state pattern: where the effect goes in each.
+TEST_P(Pubg, FromTheMenusIntoPlay) {
     PubgHooksBase* hook = start(GetParam());
     auto recorder = record(hook);
-    bindScreen();
-    frame(17, {1, 0, 0, 0});  // detected at its end only
-    EXPECT_TRUE(recorder->into(Pass::ui).empty());
-    EXPECT_EQ(recorder->seen.back(), "none>shadow@0");
-
-    // The second: a HUD label at draw 5, then every state pattern again.
-    recorder->seen.clear();
-    scene(5);
-    bindTexture(hud);
-    draw();
-    hijack::glDepthRangef(0.0f, 0.0f);
-    bindTexture(crosshair);
-    draw(11);
-    swap();
-    EXPECT_EQ(recorder->into(Pass::ui), std::vector<std::string>{"@5"});
-    EXPECT_EQ(recorder->seen, (std::vector<std::string>{"shadow>ui@5", "ui>end@17", "end>none@0",
-                                                        "none>shadow@0"}));
-}
-
-struct StartCase {
-    const char* what;
-    std::function<void()> before;  // the state changes just before draw 5
-    bool starts;
-};
-
-TEST_P(Pubg, TheHudStartsAtTheDrawAfterItsStatePattern) {
-    const StartCase cases[] = {
-        {"depth range 0, 0", [] { hijack::glDepthRangef(0.0f, 0.0f); }, true},
-        {"depth range 0, -0", [] { hijack::glDepthRangef(0.0f, -0.0f); }, false},
-        {"blend and no depth test",
-         [] {
-             hijack::glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ZERO, GL_ONE);
-             hijack::glDisable(GL_DEPTH_TEST);
-         },
-         true},
-        {"blend and no culling",
-         [] {
-             hijack::glDisable(GL_CULL_FACE);
-             hijack::glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE);
-         },
-         true},
-        {"blend alone",
-         [] { hijack::glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ZERO, GL_ONE); },
-         false},
-        {"another blend",
-         [] {
-             hijack::glBlendFuncSeparate(GL_ONE, GL_ONE_MINUS_SRC_ALPHA, GL_ZERO, GL_ONE);
-             hijack::glDisable(GL_DEPTH_TEST);
-         },
-         false},
-        {"no depth test alone", [] { hijack::glDisable(GL_DEPTH_TEST); }, false},
-        {"an offscreen framebuffer",
-         [] {
-             hijack::glBindFramebuffer(GL_FRAMEBUFFER, 9);
-             hijack::glDepthRangef(0.0f, 0.0f);
-         },
-         false},
-        {"the read framebuffer is not the screen",
-         [] {
-             hijack::glBindFramebuffer(GL_READ_FRAMEBUFFER, 0);
-             hijack::glDepthRangef(0.0f, 0.0f);
-         },
-         false},
-        {"the draw framebuffer is",
-         [] {
-             hijack::glBindFramebuffer(GL_READ_FRAMEBUFFER, 0);
-             hijack::glBindFramebuffer(GL_DRAW_FRAMEBUFFER, 0);
-             hijack::glDepthRangef(0.0f, 0.0f);
-         },
-         true},
+    auto ui = [&] {
+        auto at = recorder->into(Pass::ui);
+        recorder->seen.clear();
+        return at;
     };
-    for (const StartCase& c : cases) {
-        PubgHooksBase* hook = start(GetParam());
-        enterPlay(hook);
-        auto recorder = record(hook);
-        scene(5);
-        c.before();
-        draw(15);
-        swap();
-        // Without a start, the effect goes on top at the frame's end.
-        EXPECT_EQ(recorder->into(Pass::ui), std::vector<std::string>{c.starts ? "@5" : "@20"})
-            << c.what;
-        TearDown();
-    }
-}
-
-TEST_P(Pubg, StatePatternsNeedTwoDrawsButALabelDoesNot) {
-    PubgHooksBase* hook = start(GetParam());
-    enterPlay(hook);
-    auto recorder = record(hook);
-    bindScreen();
-    hijack::glDepthRangef(0.0f, 0.0f);
-    draw();  // draw 0: too early for a pattern
-    hijack::glDepthRangef(0.0f, 0.0f);
-    draw();  // draw 1: still
-    hijack::glDepthRangef(0.0f, 0.0f);
-    draw(18);  // draw 2
-    swap();
-    EXPECT_EQ(recorder->into(Pass::ui), std::vector<std::string>{"@2"});
-
-    recorder->seen.clear();
-    bindTexture(hud);
-    draw(20);  // draw 0 of a frame on the screen
-    swap();
-    EXPECT_EQ(recorder->into(Pass::ui), std::vector<std::string>{"@0"});
-}
-
-TEST_P(Pubg, MenusDrawNoEffect) {
-    PubgHooksBase* hook = start(GetParam());
-    auto recorder = record(hook);
+    using At = std::vector<std::string>;
     bindScreen();
     for (int i = 0; i < 3; ++i) frame(40, {0, 0, 3, 0});
     bindTexture(hud);
@@ -241,71 +129,111 @@ TEST_P(Pubg, MenusDrawNoEffect) {
     draw(20);
     swap();
     EXPECT_FALSE(hook->isGamePlayDetected());
-    EXPECT_TRUE(recorder->into(Pass::ui).empty());
-}
+    EXPECT_EQ(ui(), At{}) << "menus draw no effect";
 
-TEST_P(Pubg, CrosshairTexturesNeedNoList) {
-    PubgHooksBase* hook = start(GetParam());
-    GLuint variant = labelled("Weapon_CrossHair_Red");
-    GLuint program = labelled("Weapon_CrossHair_Red", GL_PROGRAM_OBJECT_EXT);
-    GLuint lowerCase = labelled("Weapon_Crosshair_Red");
-    auto& trackers = GetParam() == 1 ? games::PubgGLHooks::_crosshairLabels
-                                     : games::PubgInternationalGLHooks::_crosshairLabels;
-    EXPECT_NE(trackers.findLabel(GL_TEXTURE, variant), nullptr);
-    EXPECT_EQ(trackers.findLabel(GL_PROGRAM_OBJECT_EXT, program), nullptr);
-    EXPECT_EQ(trackers.findLabel(GL_TEXTURE, lowerCase), nullptr);
-    bindTexture(variant);
-    draw(17);
-    swap();
+    frame(17, {1, 0, 0, 0});  // detected at its end only
     EXPECT_TRUE(hook->isGamePlayDetected());
+    EXPECT_EQ(recorder->seen.back(), "none>shadow@0");
+    EXPECT_EQ(ui(), At{}) << "the first frame of play carries no effect";
+
+    // A HUD label at draw 5, then every state pattern again: UI once a frame.
+    scene(5);
+    bindTexture(hud);
+    draw();
+    hijack::glDepthRangef(0.0f, 0.0f);
+    bindTexture(crosshair);
+    draw(11);
+    swap();
+    EXPECT_EQ(recorder->seen, (At{"shadow>ui@5", "ui>end@17", "end>none@0", "none>shadow@0"}));
+    recorder->seen.clear();
+
+    // State patterns need two draws of the frame before them; a label does not.
+    for (int i = 0; i < 3; ++i) {
+        hijack::glDepthRangef(0.0f, 0.0f);
+        draw(i < 2 ? 1 : 18);
+    }
+    swap();
+    EXPECT_EQ(ui(), At{"@2"});
+    bindTexture(hud);
+    draw(20);
+    swap();
+    EXPECT_EQ(ui(), At{"@0"});
 }
 
-struct LabelCase {
-    const char* what;
-    int length;
-    const char* label;
-    const char* tracked;  // the stored text, or null
-};
+// The state changes before draw 5 of a frame of play, one letter each: depth
+// range, blends, no depth test or culling, and framebuffer binds.
+void apply(char c) {
+    const GLenum alpha = GL_SRC_ALPHA, rest = GL_ONE_MINUS_SRC_ALPHA;
+    if (c == 'D') hijack::glDepthRangef(0.0f, 0.0f);
+    if (c == 'd') hijack::glDepthRangef(0.0f, -0.0f);
+    if (c == 'B') hijack::glBlendFuncSeparate(alpha, rest, GL_ZERO, GL_ONE);
+    if (c == 'A') hijack::glBlendFuncSeparate(alpha, rest, GL_ONE, GL_ONE);
+    if (c == 'b') hijack::glBlendFuncSeparate(GL_ONE, rest, GL_ZERO, GL_ONE);
+    if (c == 'T') hijack::glDisable(GL_DEPTH_TEST);
+    if (c == 'C') hijack::glDisable(GL_CULL_FACE);
+    if (c == 'F') hijack::glBindFramebuffer(GL_FRAMEBUFFER, 9);
+    if (c == 'R') hijack::glBindFramebuffer(GL_READ_FRAMEBUFFER, 0);
+    if (c == 'W') hijack::glBindFramebuffer(GL_DRAW_FRAMEBUFFER, 0);
+}
 
-TEST_P(Pubg, LabelTextsFollowTheirLength) {
-    start(GetParam());
-    const char unterminated[] = {'H', 'U', 'D', '_', 'F', 'o', 'n', 't'};
-    const char longer[] = "HUD_Font and more";
-    const std::string huge(70000, 'x');
-    const LabelCase cases[] = {
-        {"terminated, length 0", 0, "HUD_Font", "HUD_Font"},
-        {"terminated, length -1", -1, "HUD_Font", "HUD_Font"},
-        {"terminated, length -99", -99, "HUD_Font", "HUD_Font"},
-        {"no terminator, exact length", 8, unterminated, "HUD_Font"},
-        {"a longer text cut by its length", 8, longer, "HUD_Font"},
-        {"a longer text, whole", -1, longer, nullptr},
-        {"a length inside the terminator's reach", 9, "HUD_Font", nullptr},
-        {"empty", 0, "", nullptr},
-        {"null", 4, nullptr, nullptr},
-        {"a label far over any limit", -1, huge.c_str(), nullptr},
-    };
-    auto& hud = GetParam() == 1 ? games::PubgGLHooks::_hudLabels
-                                : games::PubgInternationalGLHooks::_hudLabels;
-    for (const LabelCase& c : cases) {
-        static GLuint name = 50000;
-        hijack::glLabelObjectEXT(GL_TEXTURE, ++name, c.length, c.label);
-        const std::string* stored = hud.findLabel(GL_TEXTURE, name);
-        if (c.tracked)
-            EXPECT_TRUE(stored && *stored == c.tracked) << c.what;
-        else
-            EXPECT_EQ(stored, nullptr) << c.what;
+TEST_P(Pubg, TheHudStartsAtTheDrawAfterItsStatePattern) {
+    // Depth range 0, 0 and not 0, -0; a blend with no depth test or no culling,
+    // but not another blend or either alone; only on the screen's draw framebuffer.
+    const std::pair<const char*, bool> cases[] = {
+        {"D", true},   {"d", false}, {"BT", true},  {"CA", true},  {"B", false},
+        {"bT", false}, {"T", false}, {"FD", false}, {"RD", false}, {"RWD", true}};
+    for (auto [changes, starts] : cases) {
+        PubgHooksBase* hook = start(GetParam());
+        enterPlay(hook);
+        auto recorder = record(hook);
+        scene(5);
+        for (const char* c = changes; *c; ++c) apply(*c);
+        draw(15);
+        swap();
+        // Without a start, the effect goes on top at the frame's end.
+        EXPECT_EQ(recorder->into(Pass::ui), std::vector<std::string>{starts ? "@5" : "@20"})
+            << changes;
+        TearDown();
     }
 }
 
-TEST_P(Pubg, DeletedAndReusedNamesKeepNoStaleLabel) {
+TEST_P(Pubg, LabelsAreKeptByTheirExactTextAndForgottenWithTheirObject) {
     PubgHooksBase* hook = start(GetParam());
+    auto& hudLabels = labels(GetParam(), "hud");
+    auto& crosshairs = labels(GetParam(), "crosshair");
+    // Crosshair textures need no list, but their exact spelling.
+    EXPECT_NE(crosshairs.findLabel(GL_TEXTURE, labelled("Weapon_CrossHair_Red")), nullptr);
+    EXPECT_EQ(crosshairs.findLabel(GL_PROGRAM_OBJECT_EXT,
+                                   labelled("Weapon_CrossHair_Red", GL_PROGRAM_OBJECT_EXT)),
+              nullptr);
+    EXPECT_EQ(crosshairs.findLabel(GL_TEXTURE, labelled("Weapon_Crosshair_Red")), nullptr);
+
+    const char unterminated[] = {'H', 'U', 'D', '_', 'F', 'o', 'n', 't'};
+    const char longer[] = "HUD_Font and more";
+    const std::string huge(70000, 'x');
+    const struct {
+        int length;
+        const char* label;
+        bool tracked;  // as "HUD_Font"
+    } cases[] = {
+        {0, "HUD_Font", true},     {-1, "HUD_Font", true}, {-99, "HUD_Font", true},
+        {8, unterminated, true},   {8, longer, true},      {-1, longer, false},
+        {9, "HUD_Font", false},    {0, "", false},         {4, nullptr, false},
+        {-1, huge.c_str(), false},
+    };
+    for (const auto& c : cases) {
+        static GLuint name = 50000;
+        hijack::glLabelObjectEXT(GL_TEXTURE, ++name, c.length, c.label);
+        const std::string* stored = hudLabels.findLabel(GL_TEXTURE, name);
+        EXPECT_EQ(stored ? *stored : "(none)", c.tracked ? "HUD_Font" : "(none)")
+            << "case " << (&c - cases);
+    }
+
     enterPlay(hook);
-    auto& gamePlayLabels = GetParam() == 1 ? games::PubgGLHooks::_gamePlayLabels
-                                           : games::PubgInternationalGLHooks::_gamePlayLabels;
+    auto& gamePlayLabels = labels(GetParam(), "gamePlay");
     // Reused without a delete: an unwanted label leaves the old one.
     hijack::glLabelObjectEXT(GL_TEXTURE, gamePlay, 0, "Something_Else");
     EXPECT_NE(gamePlayLabels.findLabel(GL_TEXTURE, gamePlay), nullptr);
-    // A wanted one of another list leaves it too, and adds its own.
     GLuint deleted[] = {gamePlay, 424242};
     fake::clearCalls();
     hijack::glDeleteTextures(2, deleted);
@@ -320,11 +248,9 @@ TEST_P(Pubg, DeletedAndReusedNamesKeepNoStaleLabel) {
     hijack::glDeleteTextures(1, nullptr);
 
     GLuint program = labelled("HUD_Atlas", GL_PROGRAM_OBJECT_EXT);
-    auto& hud = GetParam() == 1 ? games::PubgGLHooks::_hudLabels
-                                : games::PubgInternationalGLHooks::_hudLabels;
-    EXPECT_NE(hud.findLabel(GL_PROGRAM_OBJECT_EXT, program), nullptr);
+    EXPECT_NE(hudLabels.findLabel(GL_PROGRAM_OBJECT_EXT, program), nullptr);
     hijack::glDeleteProgram(program);
-    EXPECT_EQ(hud.findLabel(GL_PROGRAM_OBJECT_EXT, program), nullptr);
+    EXPECT_EQ(hudLabels.findLabel(GL_PROGRAM_OBJECT_EXT, program), nullptr);
 }
 
 TEST_P(Pubg, ASecondContextHasItsOwnHookAndSharesTheLabels) {

@@ -227,78 +227,64 @@ TEST_F(Shock, AShotIsOneRunOfGlyphsChangingBeforeTwoEqualTrailingOnes) {
     }
 }
 
-TEST_F(Shock, NoShotWhenTheWeaponChangesOrIsNotInTheButton) {
-    hud.weapon = "Weapon_M416";
-    EXPECT_FALSE(shot(hud)) << "another weapon than in the last frame";
-    EXPECT_TRUE(shot(hud));
-    EXPECT_EQ("Weapon_M416", service.sent.back());
-
-    // A name icon centred outside the button is not the weapon in hand.
-    hud.nameOutside = true;
-    EXPECT_EQ("00", shots(hud, 2));
-    hud.nameOutside = false;
-    EXPECT_EQ("01", shots(hud, 2));
+// Changes to the HUD from one frame to the next, in turn: the shots reported
+// after each, one a frame.
+TEST_F(Shock, AChangedHudHoldsShotsOff) {
+    const struct {
+        const char* what;
+        std::function<void(Hud&)> change;
+        const char* reported;
+    } steps[] = {
+        {"another weapon than in the last frame", [](Hud& h) { h.weapon = "Weapon_M416"; }, "01"},
+        {"a name icon centred outside the button", [](Hud& h) { h.nameOutside = true; }, "00"},
+        {"back in the button", [](Hud& h) { h.nameOutside = false; }, "01"},
+        {"a rising tint", [](Hud& h) { h.tint = 220; }, "01"},
+        {"a falling tint", [](Hud& h) { h.tint = 180; }, "11"},
+        {"the button moved by 1.0", [](Hud& h) { h.buttonX = 101; }, "1"},
+        {"the button moved by 9.0", [](Hud& h) { h.buttonX = 110; }, "01"},
+        // Digits are read only in a frame that drew the button, and compared
+        // with the last frame's.
+        {"no button", [](Hud& h) { h.button = false; }, "00"},
+        {"the button again", [](Hud& h) { h.button = true; }, "01"},
+        {"back to the first weapon", [](Hud& h) { h.weapon = "Weapon_AKM"; }, "01"},
+        {"its name icon deleted", [this](Hud&) { hijack::glDeleteTextures(1, &akm); }, "000"},
+    };
+    for (const auto& step : steps) {
+        step.change(hud);
+        EXPECT_EQ(step.reported, shots(hud, static_cast<int>(std::strlen(step.reported))))
+            << step.what;
+    }
+    EXPECT_EQ("Weapon_M416", service.sent.at(1));
 }
 
-TEST_F(Shock, APickupMessageSlidingDownHoldsShotsOffForAFifthOfASecond) {
-    const int holdOff = static_cast<int>(hook->getFPS() * 0.2f);
-    ASSERT_GE(holdOff, 2);
+// A pickup message sliding down holds shots off for a fifth of a second, a
+// reload for the weapon's adjustment.
+TEST_F(Shock, PickupsAndReloadsHoldShotsOff) {
+    const int pickupHoldOff = static_cast<int>(hook->getFPS() * 0.2f);
+    ASSERT_GE(pickupHoldOff, 2);
     hud.pickupY = 100;
     std::string seen(1, shot(hud) ? '1' : '0');
-    EXPECT_EQ(holdOff - 1, hook->getPickupHoldOff());
+    EXPECT_EQ(pickupHoldOff - 1, hook->getPickupHoldOff());
     hud.pickupY = 103;  // moving by 5.0 or less starts nothing
-    seen += shots(hud, holdOff + 1);
-    EXPECT_EQ(std::string(holdOff, '0') + "11", seen);
+    seen += shots(hud, pickupHoldOff + 1);
+    EXPECT_EQ(std::string(pickupHoldOff, '0') + "11", seen);
     hud.pickupY = 90;  // nor does moving up
     EXPECT_EQ("11", shots(hud, 2));
-}
 
-TEST_F(Shock, AReloadHoldsShotsOffForTheWeaponsAdjustment) {
-    struct Case {
-        const char* weapon;
-        float adjustment;
-    } cases[] = {{"Weapon_AKM", 0.4f}, {"Weapon_M416", 0.6f}};
-    for (const Case& c : cases) {
-        hud.weapon = c.weapon;
+    for (auto [weapon, adjustment] : {std::pair{"Weapon_AKM", 0.4f}, {"Weapon_M416", 0.6f}}) {
+        hud.weapon = weapon;
         frame(hud);
         frame(hud);
-        const int holdOff = static_cast<int>(c.adjustment * hook->getFPS());
+        const int holdOff = static_cast<int>(adjustment * hook->getFPS());
         hud.reloading = true;
         frame(hud);
-        EXPECT_EQ(holdOff - 1, hook->getReloadHoldOff()) << c.weapon;
+        EXPECT_EQ(holdOff - 1, hook->getReloadHoldOff()) << weapon;
         hud.reloading = false;
         rounds = 30;
         // The frames after the last of the bar: the hold-off set there runs
         // out one frame at a time.
-        EXPECT_EQ(std::string(holdOff - 1, '0') + "11", shots(hud, holdOff + 1)) << c.weapon;
+        EXPECT_EQ(std::string(holdOff - 1, '0') + "11", shots(hud, holdOff + 1)) << weapon;
     }
-}
-
-TEST_F(Shock, ARisingTintHoldsOffOneFrame) {
-    hud.tint = 220;
-    EXPECT_EQ("01", shots(hud, 2)) << "rising";
-    hud.tint = 180;
-    EXPECT_EQ("11", shots(hud, 2)) << "falling";
-    hud.tint = 180;
-    EXPECT_EQ("1", shots(hud, 1)) << "equal";
-}
-
-TEST_F(Shock, AMovedButtonHoldsOffItsFrame) {
-    hud.buttonX = 101;  // by 1.0: not moved
-    EXPECT_EQ("1", shots(hud, 1));
-    hud.buttonX = 110;
-    EXPECT_EQ("01", shots(hud, 2));
-}
-
-TEST_F(Shock, TheButtonIsRememberedForOneFrameWithoutIt) {
-    hud.button = false;
-    // Digits are read only in a frame that drew the button.
-    EXPECT_EQ("0", shots(hud, 1));
-    EXPECT_EQ(0, hook->getButtonSeen());
-    EXPECT_EQ("0", shots(hud, 1));
-    hud.button = true;
-    EXPECT_EQ("0", shots(hud, 1)) << "no digits in the last frame to compare";
-    EXPECT_EQ("1", shots(hud, 1));
 }
 
 TEST_F(Shock, FramesCloserThan34msAreNotRecognised) {
@@ -350,11 +336,6 @@ TEST_F(Shock, ShortOrWrongBufferDataGivesNoRecognitionAndNoCrash) {
     };
     EXPECT_EQ("111", shots(hud, 3));
     EXPECT_EQ(1, hook->getButtonSeen());
-}
-
-TEST_F(Shock, DeletedTexturesLoseTheirLabels) {
-    hijack::glDeleteTextures(1, &akm);
-    EXPECT_EQ("000", shots(hud, 3)) << "the name icon is no longer known";
 }
 
 }  // namespace
