@@ -65,44 +65,28 @@ int countWrongPixels(const std::vector<uint8_t>& actual, WantAt want) {
 }
 const auto everywhere = [](Want want) { return [want](int) { return want; }; };
 
-// Counts the GL objects the layer creates through the driver table.
-class GlObjectCounter {
-  public:
-    GlObjectCounter() {
-        saved = {drv::glGenTextures,     drv::glGenBuffers,    drv::glGenVertexArrays,
-                 drv::glGenFramebuffers, drv::glCreateProgram, drv::glCreateShader};
-        count = 0;
-        drv::glGenTextures = [](GLsizei n, GLuint* names) { count += n, saved.textures(n, names); };
-        drv::glGenBuffers = [](GLsizei n, GLuint* names) { count += n, saved.buffers(n, names); };
-        drv::glGenVertexArrays = [](GLsizei n, GLuint* names) {
-            count += n, saved.arrays(n, names);
-        };
-        drv::glGenFramebuffers = [](GLsizei n, GLuint* names) {
-            count += n, saved.framebuffers(n, names);
-        };
-        drv::glCreateProgram = []() { return ++count, saved.program(); };
-        drv::glCreateShader = [](GLenum type) { return ++count, saved.shader(type); };
+// Counts the calls the layer makes through the driver table that create GL
+// objects, while it lives.
+inline int creations = 0;
+template <auto& slot, typename Slot = std::remove_reference_t<decltype(slot)>>
+struct Counted;
+template <auto& slot, typename R, typename... Args>
+struct Counted<slot, R (*)(Args...)> {
+    Counted() {
+        saved = slot;
+        slot = [](Args... args) { return ++creations, saved(args...); };
     }
-    ~GlObjectCounter() {
-        drv::glGenTextures = saved.textures;
-        drv::glGenBuffers = saved.buffers;
-        drv::glGenVertexArrays = saved.arrays;
-        drv::glGenFramebuffers = saved.framebuffers;
-        drv::glCreateProgram = saved.program;
-        drv::glCreateShader = saved.shader;
-    }
-    static inline int count = 0;
-
-  private:
-    struct Slots {
-        fn::glGenTextures textures;
-        fn::glGenBuffers buffers;
-        fn::glGenVertexArrays arrays;
-        fn::glGenFramebuffers framebuffers;
-        fn::glCreateProgram program;
-        fn::glCreateShader shader;
-    };
-    static inline Slots saved{};
+    ~Counted() { slot = saved; }
+    static inline R (*saved)(Args...) = nullptr;
+};
+struct GlObjectCounter {
+    GlObjectCounter() { creations = 0; }
+    Counted<drv::glGenTextures> textures;
+    Counted<drv::glGenBuffers> buffers;
+    Counted<drv::glGenVertexArrays> arrays;
+    Counted<drv::glGenFramebuffers> framebuffers;
+    Counted<drv::glCreateProgram> programs;
+    Counted<drv::glCreateShader> shaders;
 };
 
 struct Path {
@@ -168,7 +152,7 @@ TEST_P(EffectOnMesa, AGameFrameKeepsTheStateCarriesTheEffectAndCreatesNothingAft
         styles::renderGuarded(manager);
         styles::renderGuarded(manager);
         allocated = allocations.count();
-        EXPECT_EQ(GlObjectCounter::count, 0);
+        EXPECT_EQ(creations, 0);
     }
     const int storesPerFrame = GetParam().fetch ? 1 : (GetParam().gameTarget ? 5 : 4);
     EXPECT_EQ(allocated, 2 * storesPerFrame);
@@ -267,7 +251,7 @@ TEST(CannotDraw, LeavesTheFrameTheStateAndNoErrorAndIsRetriedAfterAChangeOfEffec
             EXPECT_EQ(differences(before, snapshot()), "");
             // The first frame tries (and builds the divider); later ones do not.
             if (frame == 1) {
-                EXPECT_EQ(GlObjectCounter::count, 0);
+                EXPECT_EQ(creations, 0);
             }
         }
         glBindFramebuffer(GL_FRAMEBUFFER, 0);
