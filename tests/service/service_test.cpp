@@ -99,31 +99,6 @@ TEST_F(ServiceTest, RepliesHaveTheDriversLayout) {
     EXPECT_TRUE(weapon.atEnd());
 }
 
-TEST_F(ServiceTest, EachSupportedAnswerActsOnTheConfiguration) {
-    struct Case {
-        int answer;
-        bool enabled;
-        unsigned mode;
-    };
-    // The settings say mode 2 and enabled.
-    for (Case c : {Case{0, true, 3}, Case{1, true, 2}, Case{3, true, 2}, Case{2, false, 2},
-                   Case{4, false, 2}}) {
-        SCOPED_TRACE(c.answer);
-        control(hearth::SET_ANSWER, [&](Parcel& data) {
-            data.writeString16(android::String16(PACKAGE));
-            data.writeInt32(c.answer);
-        });
-        int before = listeners();
-        auto client = std::make_unique<HearthAsyncService>();
-        ctrl::setGameServiceForTesting(client.get());
-        GameConfig game = config().getGameConfig(PACKAGE);
-        ctrl::setGameServiceForTesting(nullptr);
-        EXPECT_EQ(game.enabled, c.enabled);
-        EXPECT_EQ(game.runtimeMode, c.mode);
-        EXPECT_EQ(listeners(), before + 1) << "the callback is registered all the same";
-    }
-}
-
 TEST_F(ServiceTest, CallbacksSwitchTheEffectAndTheHaptics) {
     auto client = std::make_unique<HearthAsyncService>();
     client->registerTesselCallback();
@@ -159,24 +134,6 @@ TEST_F(ServiceTest, CallbacksSwitchTheEffectAndTheHaptics) {
     control(hearth::SET_EFFECT,
             [](Parcel& data) { data.writeString16(android::String16("pixelize")); });
     EXPECT_EQ(config().getEffect(), "pixelize");
-}
-
-TEST_F(ServiceTest, ASecondRegistrationOnlyLogs) {
-    auto client = std::make_unique<HearthAsyncService>();
-    client->registerTesselCallback();
-    testing::internal::CaptureStderr();
-    client->registerTesselCallback();
-    std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(has(log, "HearthAsyncService registerTesselCallback Already called, return!!!"));
-    EXPECT_EQ(listeners(), 1);
-}
-
-TEST_F(ServiceTest, StartingEffectArrivesWithTheRegistration) {
-    stopService(SIGTERM);
-    startService({"--effect", "night_vision"});
-    auto client = std::make_unique<HearthAsyncService>();
-    client->registerTesselCallback();
-    EXPECT_EQ(config().getEffect(), "night_vision");
 }
 
 // Game data with one label, padded so that an update is long enough to count.

@@ -27,113 +27,72 @@ GlContext::~GlContext() = default;
 
 GlState snapshot() {
     GlState state;
-    auto integers = [&](const char* name, GLenum query, int count) {
-        std::vector<GLint64> values(static_cast<size_t>(count), -12345);
-        glGetInteger64v(query, values.data());
-        state.emplace_back(name, std::vector<int64_t>(values.begin(), values.end()));
+    // Each query under its own name (a count of values where not one); floats
+    // scaled to keep six decimals.
+    struct Query {
+        const char* name;
+        GLenum query;
+        int count;
     };
-    auto floats = [&](const char* name, GLenum query, int count) {
-        std::vector<GLfloat> values(static_cast<size_t>(count), -12345.0f);
-        glGetFloatv(query, values.data());
+#define Q(query) \
+    { #query, query, 1 }
+#define QN(query, count) \
+    { #query, query, count }
+    // clang-format off
+    static const Query ENABLES[] = {
+        Q(GL_BLEND), Q(GL_CULL_FACE), Q(GL_DEPTH_TEST), Q(GL_DITHER), Q(GL_POLYGON_OFFSET_FILL),
+        Q(GL_PRIMITIVE_RESTART_FIXED_INDEX), Q(GL_RASTERIZER_DISCARD),
+        Q(GL_SAMPLE_ALPHA_TO_COVERAGE), Q(GL_SAMPLE_COVERAGE), Q(GL_SAMPLE_MASK),
+        Q(GL_SCISSOR_TEST), Q(GL_STENCIL_TEST), Q(GL_DEBUG_OUTPUT), Q(GL_DEBUG_OUTPUT_SYNCHRONOUS),
+        Q(GL_SAMPLE_SHADING),
+    };
+    static const Query INTEGERS[] = {
+        Q(GL_ACTIVE_TEXTURE), Q(GL_CURRENT_PROGRAM), Q(GL_PROGRAM_PIPELINE_BINDING),
+        Q(GL_VERTEX_ARRAY_BINDING), Q(GL_ARRAY_BUFFER_BINDING), Q(GL_ELEMENT_ARRAY_BUFFER_BINDING),
+        Q(GL_COPY_READ_BUFFER_BINDING), Q(GL_COPY_WRITE_BUFFER_BINDING),
+        Q(GL_PIXEL_PACK_BUFFER_BINDING), Q(GL_PIXEL_UNPACK_BUFFER_BINDING),
+        Q(GL_UNIFORM_BUFFER_BINDING), Q(GL_TRANSFORM_FEEDBACK_BINDING),
+        Q(GL_TRANSFORM_FEEDBACK_BUFFER_BINDING), Q(GL_DRAW_INDIRECT_BUFFER_BINDING),
+        Q(GL_DISPATCH_INDIRECT_BUFFER_BINDING), Q(GL_SHADER_STORAGE_BUFFER_BINDING),
+        Q(GL_ATOMIC_COUNTER_BUFFER_BINDING), Q(GL_TEXTURE_BUFFER_BINDING),
+        Q(GL_DRAW_FRAMEBUFFER_BINDING), Q(GL_READ_FRAMEBUFFER_BINDING), Q(GL_RENDERBUFFER_BINDING),
+        Q(GL_READ_BUFFER), Q(GL_DRAW_BUFFER0), QN(GL_VIEWPORT, 4), QN(GL_SCISSOR_BOX, 4),
+        Q(GL_BLEND_SRC_RGB), Q(GL_BLEND_DST_RGB), Q(GL_BLEND_SRC_ALPHA), Q(GL_BLEND_DST_ALPHA),
+        Q(GL_BLEND_EQUATION_RGB), Q(GL_BLEND_EQUATION_ALPHA), Q(GL_DEPTH_FUNC), Q(GL_STENCIL_FUNC),
+        Q(GL_STENCIL_REF), Q(GL_STENCIL_VALUE_MASK), Q(GL_STENCIL_WRITEMASK), Q(GL_STENCIL_FAIL),
+        Q(GL_STENCIL_PASS_DEPTH_FAIL), Q(GL_STENCIL_PASS_DEPTH_PASS), Q(GL_STENCIL_BACK_FUNC),
+        Q(GL_STENCIL_BACK_REF), Q(GL_STENCIL_BACK_VALUE_MASK), Q(GL_STENCIL_BACK_WRITEMASK),
+        Q(GL_STENCIL_BACK_FAIL), Q(GL_STENCIL_BACK_PASS_DEPTH_FAIL),
+        Q(GL_STENCIL_BACK_PASS_DEPTH_PASS), Q(GL_STENCIL_CLEAR_VALUE), Q(GL_CULL_FACE_MODE),
+        Q(GL_FRONT_FACE), Q(GL_SAMPLE_COVERAGE_INVERT), Q(GL_GENERATE_MIPMAP_HINT),
+        Q(GL_FRAGMENT_SHADER_DERIVATIVE_HINT), Q(GL_PACK_ALIGNMENT), Q(GL_PACK_ROW_LENGTH),
+        Q(GL_PACK_SKIP_ROWS), Q(GL_PACK_SKIP_PIXELS), Q(GL_UNPACK_ALIGNMENT),
+        Q(GL_UNPACK_ROW_LENGTH), Q(GL_UNPACK_IMAGE_HEIGHT), Q(GL_UNPACK_SKIP_ROWS),
+        Q(GL_UNPACK_SKIP_PIXELS), Q(GL_UNPACK_SKIP_IMAGES),
+    };
+    static const Query FLOATS[] = {
+        QN(GL_BLEND_COLOR, 4), QN(GL_DEPTH_RANGE, 2), Q(GL_DEPTH_CLEAR_VALUE), Q(GL_LINE_WIDTH),
+        Q(GL_POLYGON_OFFSET_FACTOR), Q(GL_POLYGON_OFFSET_UNITS), QN(GL_COLOR_CLEAR_VALUE, 4),
+        Q(GL_SAMPLE_COVERAGE_VALUE),
+    };
+    // clang-format on
+#undef Q
+#undef QN
+    for (const Query& q : ENABLES)
+        state.emplace_back(std::string("enabled ") + q.name,
+                           std::vector<int64_t>{glIsEnabled(q.query)});
+    for (const Query& q : INTEGERS) {
+        std::vector<GLint64> values(static_cast<size_t>(q.count), -12345);
+        glGetInteger64v(q.query, values.data());
+        state.emplace_back(q.name, std::vector<int64_t>(values.begin(), values.end()));
+    }
+    for (const Query& q : FLOATS) {
+        std::vector<GLfloat> values(static_cast<size_t>(q.count), -12345.0f);
+        glGetFloatv(q.query, values.data());
         std::vector<int64_t> scaled;
         for (float v : values) scaled.push_back(static_cast<int64_t>(v * 1000000.0f));
-        state.emplace_back(name, scaled);
-    };
-#define INTEGERS(query, count) integers(#query, query, count)
-#define FLOATS(query, count) floats(#query, query, count)
-    static const std::pair<const char*, GLenum> ENABLES[] = {
-        {"GL_BLEND", GL_BLEND},
-        {"GL_CULL_FACE", GL_CULL_FACE},
-        {"GL_DEPTH_TEST", GL_DEPTH_TEST},
-        {"GL_DITHER", GL_DITHER},
-        {"GL_POLYGON_OFFSET_FILL", GL_POLYGON_OFFSET_FILL},
-        {"GL_PRIMITIVE_RESTART_FIXED_INDEX", GL_PRIMITIVE_RESTART_FIXED_INDEX},
-        {"GL_RASTERIZER_DISCARD", GL_RASTERIZER_DISCARD},
-        {"GL_SAMPLE_ALPHA_TO_COVERAGE", GL_SAMPLE_ALPHA_TO_COVERAGE},
-        {"GL_SAMPLE_COVERAGE", GL_SAMPLE_COVERAGE},
-        {"GL_SAMPLE_MASK", GL_SAMPLE_MASK},
-        {"GL_SCISSOR_TEST", GL_SCISSOR_TEST},
-        {"GL_STENCIL_TEST", GL_STENCIL_TEST},
-        {"GL_DEBUG_OUTPUT", GL_DEBUG_OUTPUT},
-        {"GL_DEBUG_OUTPUT_SYNCHRONOUS", GL_DEBUG_OUTPUT_SYNCHRONOUS},
-        {"GL_SAMPLE_SHADING", GL_SAMPLE_SHADING},
-    };
-    for (const auto& [name, capability] : ENABLES)
-        state.emplace_back(std::string("enabled ") + name,
-                           std::vector<int64_t>{glIsEnabled(capability)});
-
-    INTEGERS(GL_ACTIVE_TEXTURE, 1);
-    INTEGERS(GL_CURRENT_PROGRAM, 1);
-    INTEGERS(GL_PROGRAM_PIPELINE_BINDING, 1);
-    INTEGERS(GL_VERTEX_ARRAY_BINDING, 1);
-    INTEGERS(GL_ARRAY_BUFFER_BINDING, 1);
-    INTEGERS(GL_ELEMENT_ARRAY_BUFFER_BINDING, 1);
-    INTEGERS(GL_COPY_READ_BUFFER_BINDING, 1);
-    INTEGERS(GL_COPY_WRITE_BUFFER_BINDING, 1);
-    INTEGERS(GL_PIXEL_PACK_BUFFER_BINDING, 1);
-    INTEGERS(GL_PIXEL_UNPACK_BUFFER_BINDING, 1);
-    INTEGERS(GL_UNIFORM_BUFFER_BINDING, 1);
-    INTEGERS(GL_TRANSFORM_FEEDBACK_BINDING, 1);
-    INTEGERS(GL_TRANSFORM_FEEDBACK_BUFFER_BINDING, 1);
-    INTEGERS(GL_DRAW_INDIRECT_BUFFER_BINDING, 1);
-    INTEGERS(GL_DISPATCH_INDIRECT_BUFFER_BINDING, 1);
-    INTEGERS(GL_SHADER_STORAGE_BUFFER_BINDING, 1);
-    INTEGERS(GL_ATOMIC_COUNTER_BUFFER_BINDING, 1);
-    INTEGERS(GL_TEXTURE_BUFFER_BINDING, 1);
-    INTEGERS(GL_DRAW_FRAMEBUFFER_BINDING, 1);
-    INTEGERS(GL_READ_FRAMEBUFFER_BINDING, 1);
-    INTEGERS(GL_RENDERBUFFER_BINDING, 1);
-    INTEGERS(GL_READ_BUFFER, 1);
-    INTEGERS(GL_DRAW_BUFFER0, 1);
-    INTEGERS(GL_VIEWPORT, 4);
-    INTEGERS(GL_SCISSOR_BOX, 4);
-    INTEGERS(GL_BLEND_SRC_RGB, 1);
-    INTEGERS(GL_BLEND_DST_RGB, 1);
-    INTEGERS(GL_BLEND_SRC_ALPHA, 1);
-    INTEGERS(GL_BLEND_DST_ALPHA, 1);
-    INTEGERS(GL_BLEND_EQUATION_RGB, 1);
-    INTEGERS(GL_BLEND_EQUATION_ALPHA, 1);
-    FLOATS(GL_BLEND_COLOR, 4);
-    INTEGERS(GL_DEPTH_FUNC, 1);
-    FLOATS(GL_DEPTH_RANGE, 2);
-    FLOATS(GL_DEPTH_CLEAR_VALUE, 1);
-    INTEGERS(GL_STENCIL_FUNC, 1);
-    INTEGERS(GL_STENCIL_REF, 1);
-    INTEGERS(GL_STENCIL_VALUE_MASK, 1);
-    INTEGERS(GL_STENCIL_WRITEMASK, 1);
-    INTEGERS(GL_STENCIL_FAIL, 1);
-    INTEGERS(GL_STENCIL_PASS_DEPTH_FAIL, 1);
-    INTEGERS(GL_STENCIL_PASS_DEPTH_PASS, 1);
-    INTEGERS(GL_STENCIL_BACK_FUNC, 1);
-    INTEGERS(GL_STENCIL_BACK_REF, 1);
-    INTEGERS(GL_STENCIL_BACK_VALUE_MASK, 1);
-    INTEGERS(GL_STENCIL_BACK_WRITEMASK, 1);
-    INTEGERS(GL_STENCIL_BACK_FAIL, 1);
-    INTEGERS(GL_STENCIL_BACK_PASS_DEPTH_FAIL, 1);
-    INTEGERS(GL_STENCIL_BACK_PASS_DEPTH_PASS, 1);
-    INTEGERS(GL_STENCIL_CLEAR_VALUE, 1);
-    INTEGERS(GL_CULL_FACE_MODE, 1);
-    INTEGERS(GL_FRONT_FACE, 1);
-    FLOATS(GL_LINE_WIDTH, 1);
-    FLOATS(GL_POLYGON_OFFSET_FACTOR, 1);
-    FLOATS(GL_POLYGON_OFFSET_UNITS, 1);
-    FLOATS(GL_COLOR_CLEAR_VALUE, 4);
-    FLOATS(GL_SAMPLE_COVERAGE_VALUE, 1);
-    INTEGERS(GL_SAMPLE_COVERAGE_INVERT, 1);
-    INTEGERS(GL_GENERATE_MIPMAP_HINT, 1);
-    INTEGERS(GL_FRAGMENT_SHADER_DERIVATIVE_HINT, 1);
-    INTEGERS(GL_PACK_ALIGNMENT, 1);
-    INTEGERS(GL_PACK_ROW_LENGTH, 1);
-    INTEGERS(GL_PACK_SKIP_ROWS, 1);
-    INTEGERS(GL_PACK_SKIP_PIXELS, 1);
-    INTEGERS(GL_UNPACK_ALIGNMENT, 1);
-    INTEGERS(GL_UNPACK_ROW_LENGTH, 1);
-    INTEGERS(GL_UNPACK_IMAGE_HEIGHT, 1);
-    INTEGERS(GL_UNPACK_SKIP_ROWS, 1);
-    INTEGERS(GL_UNPACK_SKIP_PIXELS, 1);
-    INTEGERS(GL_UNPACK_SKIP_IMAGES, 1);
-#undef INTEGERS
-#undef FLOATS
+        state.emplace_back(q.name, scaled);
+    }
 
     GLboolean colorMask[4] = {};
     glGetBooleanv(GL_COLOR_WRITEMASK, colorMask);
@@ -208,8 +167,7 @@ void setGameState(GLuint& program) {
     glEnable(GL_STENCIL_TEST);
     glStencilFuncSeparate(GL_FRONT, GL_EQUAL, 3, 0x0F);
     glStencilFuncSeparate(GL_BACK, GL_NOTEQUAL, 5, 0xF0);
-    // Back depth-fail equal to back depth-pass: the one difference a restore
-    // makes is pinned by its own test.
+    // Back depth-fail equal to back depth-pass: a restore makes them so.
     glStencilOpSeparate(GL_FRONT, GL_REPLACE, GL_INCR, GL_DECR);
     glStencilOpSeparate(GL_BACK, GL_INVERT, GL_INCR_WRAP, GL_INCR_WRAP);
     glStencilMaskSeparate(GL_FRONT, 0x3C);

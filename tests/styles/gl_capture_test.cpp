@@ -25,39 +25,32 @@ class CaptureCache : public testing::Test {
     FramebufferAttachmentCapturer capturer;
 };
 
-TEST_F(CaptureCache, FramebuffersOfOneFormatAndSizeShareATextureThatHoldsTheFrame) {
-    GameFramebuffer first(32, 16), second(32, 16);
+// Framebuffers of one format and size share a texture, which holds the frame
+// of the last one captured; a new size makes a new texture and the old one
+// stays. Keys take the attached level's size, or the surface's for the
+// default framebuffer.
+TEST_F(CaptureCache, OneTexturePerFormatAndSizeHoldingTheLastFrameCaptured) {
+    GameFramebuffer first(32, 16), second(32, 16), wider(40, 16), levelTwo(24, 10, 2);
     glBindFramebuffer(GL_DRAW_FRAMEBUFFER, second.framebuffer);
     drawPicture(32, 16);
-    drv::Texture2D* fromFirst = captureFrom(first);
-    drv::Texture2D* fromSecond = captureFrom(second);
-    EXPECT_EQ(fromFirst, fromSecond);
+    drv::Texture2D* shared = captureFrom(first);
+    EXPECT_EQ(captureFrom(second), shared);
     EXPECT_EQ(capturer.getTexturesCreated(), 1u);
-    EXPECT_EQ(fromSecond->getInternalFormat(), static_cast<GLenum>(GL_RGBA8));
-
-    // The texture holds the second framebuffer's picture.
+    EXPECT_EQ(shared->getInternalFormat(), static_cast<GLenum>(GL_RGBA8));
     GLuint reader = 0;
     glGenFramebuffers(1, &reader);
     glBindFramebuffer(GL_READ_FRAMEBUFFER, reader);
     glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D,
-                           fromSecond->getName(), 0);
+                           shared->getName(), 0);
     EXPECT_EQ(readPixels(32, 16), picture(32, 16));
-}
 
-TEST_F(CaptureCache, ANewSizeMakesANewTextureAndTheOldOneStays) {
-    GameFramebuffer small(32, 16), large(40, 16);
-    drv::Texture2D* before = captureFrom(small);
-    drv::Texture2D* after = captureFrom(large);
-    EXPECT_NE(before, after);
-    EXPECT_EQ(after->getWidth(), 40);
+    drv::Texture2D* wide = captureFrom(wider);
+    EXPECT_NE(wide, shared);
+    EXPECT_EQ(wide->getWidth(), 40);
     EXPECT_EQ(capturer.getCacheSize(), 2u);
-    EXPECT_EQ(captureFrom(small), before);
-}
+    EXPECT_EQ(captureFrom(first), shared);
 
-// A level-2 attachment gives that level's size; the default framebuffer is the surface.
-TEST_F(CaptureCache, KeysTakeTheAttachedLevelsSizeOrTheSurfaces) {
-    GameFramebuffer levelTwo(24, 10, 2);  // base level 96 x 40
-    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, levelTwo.framebuffer);
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, levelTwo.framebuffer);  // base level 96 x 40
     EXPECT_EQ(capturer.getFramebufferKey(levelTwo.framebuffer),
               (drv::TextureKey{GL_RGBA8, 24, 10}));
     glBindFramebuffer(GL_DRAW_FRAMEBUFFER, 0);

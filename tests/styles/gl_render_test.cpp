@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "AllocationCounter.h"
@@ -39,17 +40,23 @@ bool hasFetch() {
     return false;
 }
 
-// Each pixel of `actual` against the picture, inverted where `inverted` says.
-template <typename Inverted>
-int countWrongPixels(const std::vector<uint8_t>& actual, Inverted inverted, int tolerance = 1) {
+enum Want { AS_DRAWN, INVERTED, BLACK };
+
+// The pixels of `actual` that are not as `want` says for their column against
+// the picture: exact where the picture stays, within one step where inverted.
+template <typename WantAt>
+int countWrongPixels(const std::vector<uint8_t>& actual, WantAt want) {
     const std::vector<uint8_t> expected = picture(WIDTH, HEIGHT);
     int wrong = 0;
     for (int y = 0; y < HEIGHT; ++y)
         for (int x = 0; x < WIDTH; ++x) {
             const size_t at = (static_cast<size_t>(y) * WIDTH + x) * 4;
+            const Want w = want(x);
             for (int c = 0; c < 3; ++c) {
-                const int want = inverted(x) ? 255 - expected[at + c] : expected[at + c];
-                if (std::abs(actual[at + c] - want) > tolerance) {
+                const int value = w == BLACK      ? 0
+                                  : w == INVERTED ? 255 - expected[at + c]
+                                                  : expected[at + c];
+                if (std::abs(actual[at + c] - value) > (w == INVERTED ? 1 : 0)) {
                     ++wrong;
                     break;
                 }
@@ -57,45 +64,30 @@ int countWrongPixels(const std::vector<uint8_t>& actual, Inverted inverted, int 
         }
     return wrong;
 }
+const auto everywhere = [](Want want) { return [want](int) { return want; }; };
 
-// Counts the GL objects the layer creates through the driver table.
-class GlObjectCounter {
-  public:
-    GlObjectCounter() {
-        saved = {drv::glGenTextures,     drv::glGenBuffers,    drv::glGenVertexArrays,
-                 drv::glGenFramebuffers, drv::glCreateProgram, drv::glCreateShader};
-        count = 0;
-        drv::glGenTextures = [](GLsizei n, GLuint* names) { count += n, saved.textures(n, names); };
-        drv::glGenBuffers = [](GLsizei n, GLuint* names) { count += n, saved.buffers(n, names); };
-        drv::glGenVertexArrays = [](GLsizei n, GLuint* names) {
-            count += n, saved.arrays(n, names);
-        };
-        drv::glGenFramebuffers = [](GLsizei n, GLuint* names) {
-            count += n, saved.framebuffers(n, names);
-        };
-        drv::glCreateProgram = []() { return ++count, saved.program(); };
-        drv::glCreateShader = [](GLenum type) { return ++count, saved.shader(type); };
+// Counts the calls the layer makes through the driver table that create GL
+// objects, while it lives.
+inline int creations = 0;
+template <auto& slot, typename Slot = std::remove_reference_t<decltype(slot)>>
+struct Counted;
+template <auto& slot, typename R, typename... Args>
+struct Counted<slot, R (*)(Args...)> {
+    Counted() {
+        saved = slot;
+        slot = [](Args... args) { return ++creations, saved(args...); };
     }
-    ~GlObjectCounter() {
-        drv::glGenTextures = saved.textures;
-        drv::glGenBuffers = saved.buffers;
-        drv::glGenVertexArrays = saved.arrays;
-        drv::glGenFramebuffers = saved.framebuffers;
-        drv::glCreateProgram = saved.program;
-        drv::glCreateShader = saved.shader;
-    }
-    static inline int count = 0;
-
-  private:
-    struct Slots {
-        fn::glGenTextures textures;
-        fn::glGenBuffers buffers;
-        fn::glGenVertexArrays arrays;
-        fn::glGenFramebuffers framebuffers;
-        fn::glCreateProgram program;
-        fn::glCreateShader shader;
-    };
-    static inline Slots saved{};
+    ~Counted() { slot = saved; }
+    static inline R (*saved)(Args...) = nullptr;
+};
+struct GlObjectCounter {
+    GlObjectCounter() { creations = 0; }
+    Counted<drv::glGenTextures> textures;
+    Counted<drv::glGenBuffers> buffers;
+    Counted<drv::glGenVertexArrays> arrays;
+    Counted<drv::glGenFramebuffers> framebuffers;
+    Counted<drv::glCreateProgram> programs;
+    Counted<drv::glCreateShader> shaders;
 };
 
 struct Path {
@@ -137,45 +129,37 @@ class EffectOnMesa : public testing::TestWithParam<Path> {
     std::optional<TestStyle> style;
 };
 
-TEST_P(EffectOnMesa, GameStateIsAsBeforeAndEveryPixelCarriesTheEffect) {
+// A game's frame: the game's state comes back as it was but for one thing,
+// the back face's depth-fail operation, which comes back as its depth-pass
+// operation; every pixel carries the effect; after the first frame, which
+// builds everything, a frame creates no GL object and allocates only one array
+// per state store: the draw's store (and on the copy path the texture
+// binding's), and the capture's two plus, for an object, the attachment size
+// look-up's.
+TEST_P(EffectOnMesa, AGameFrameKeepsTheStateCarriesTheEffectAndCreatesNothingAfterTheFirst) {
     GLuint program = 0;
     setGameState(program);
-    for (int frame = 0; frame < 2; ++frame) {
-        const GlState before = snapshot();
-        styles::renderGuarded(manager);
-        const GlState after = snapshot();
-        EXPECT_EQ(differences(before, after), "") << "frame " << frame;
-    }
-    // Two frames: inverted twice, the picture again; one more inverts it.
-    styles::renderGuarded(manager);
-    EXPECT_EQ(countWrongPixels(readTarget(), [](int) { return true; }), 0);
-}
-
-// The one difference a restore makes: the back face's depth-fail operation
-// comes back as its depth-pass operation.
-TEST_P(EffectOnMesa, BackDepthFailComesBackAsBackDepthPass) {
     glStencilOpSeparate(GL_BACK, GL_KEEP, GL_DECR, GL_INVERT);
-    glStencilOpSeparate(GL_FRONT, GL_ZERO, GL_DECR, GL_INCR);
-    const GlState before = snapshot();
+    GlState before = snapshot();
     styles::renderGuarded(manager);
-    const GlState after = snapshot();
-    EXPECT_EQ(differences(before, after),
+    EXPECT_EQ(differences(before, snapshot()),
               "GL_STENCIL_BACK_PASS_DEPTH_FAIL: " + std::to_string(GL_DECR) + " -> " +
                   std::to_string(GL_INVERT) + "\n");
-}
-
-TEST_P(EffectOnMesa, SteadyFrameCreatesNoGlObjectAndAllocatesOnlyItsStateStores) {
-    styles::renderGuarded(manager);  // the first frame builds everything
-    GlObjectCounter objects;
-    AllocationCounter allocations;
-    for (int frame = 0; frame < 3; ++frame) styles::renderGuarded(manager);
-    const int counted = allocations.count();
-    EXPECT_EQ(GlObjectCounter::count, 0);
-    // One array per state store: the draw's store (and on the copy path the
-    // texture binding's), and the capture's two plus, for an object, the
-    // attachment size look-up's.
+    before = snapshot();
+    int allocated = 0;
+    {
+        GlObjectCounter objects;
+        AllocationCounter allocations;
+        styles::renderGuarded(manager);
+        styles::renderGuarded(manager);
+        allocated = allocations.count();
+        EXPECT_EQ(creations, 0);
+    }
     const int storesPerFrame = GetParam().fetch ? 1 : (GetParam().gameTarget ? 5 : 4);
-    EXPECT_EQ(counted, 3 * storesPerFrame);
+    EXPECT_EQ(allocated, 2 * storesPerFrame);
+    EXPECT_EQ(differences(before, snapshot()), "");
+    // Three frames: inverted three times.
+    EXPECT_EQ(countWrongPixels(readTarget(), everywhere(INVERTED)), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, EffectOnMesa,
@@ -205,28 +189,16 @@ TEST_P(SplitScreen, OneHalfCarriesTheEffectTheOtherIsExactAndSixBlackColumnsDivi
     styles::renderGuarded(manager);
     selectEffect("");
 
-    const std::vector<uint8_t> pixels = readPixels(WIDTH, HEIGHT);
-    const int dividerBegin = WIDTH / 2 - 3, dividerEnd = WIDTH / 2 + 3;
-    const bool left = GetParam().mode == styles::RENDER_MODE_LEFT_HALF;
     // Left of the divider inverted in left-half mode, right of it otherwise;
     // the other side exactly as drawn.
-    const auto inverted = [&](int x) { return left ? x < WIDTH / 2 : x >= WIDTH / 2; };
-    int wrong = 0;
-    const std::vector<uint8_t> expected = picture(WIDTH, HEIGHT);
-    for (int y = 0; y < HEIGHT; ++y)
-        for (int x = 0; x < WIDTH; ++x) {
-            const size_t at = (static_cast<size_t>(y) * WIDTH + x) * 4;
-            for (int c = 0; c < 3; ++c) {
-                int want = inverted(x) ? 255 - expected[at + c] : expected[at + c];
-                if (x >= dividerBegin && x < dividerEnd) want = 0;
-                const int tolerance = inverted(x) ? 1 : 0;
-                if (std::abs(pixels[at + c] - want) > tolerance) {
-                    ++wrong;
-                    break;
-                }
-            }
-        }
-    EXPECT_EQ(wrong, 0);
+    const bool left = GetParam().mode == styles::RENDER_MODE_LEFT_HALF;
+    EXPECT_EQ(countWrongPixels(readPixels(WIDTH, HEIGHT),
+                               [&](int x) {
+                                   if (x >= WIDTH / 2 - 3 && x < WIDTH / 2 + 3) return BLACK;
+                                   return (left ? x < WIDTH / 2 : x >= WIDTH / 2) ? INVERTED
+                                                                                  : AS_DRAWN;
+                               }),
+              0);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -236,61 +208,33 @@ INSTANTIATE_TEST_SUITE_P(
                     Split{"LeftHalfFetch", styles::RENDER_MODE_LEFT_HALF, true}),
     [](const testing::TestParamInfo<Split>& info) { return info.param.name; });
 
-// A style whose shader does not compile: the game goes on with its frame and
-// state untouched; a change of effect tries again.
-TEST(FailingStyle, DrawsNothingLeavesStateAndIsRetriedAfterAChangeOfEffect) {
-    GlContext context(WIDTH, HEIGHT);
-    drawPicture(WIDTH, HEIGHT);
-    styles::StyleManager manager;
-    TestStyle broken(&manager, "broken", 1.0f, false);
-    broken.fragmentOverride = "#version 300 es\nthis is not a shader\n";
-    TestStyle good(&manager, "test_invert", 1.0f, false);
-    manager.addStyle(&broken);
-    manager.addStyle(&good);
-    GLuint program = 0;
-    setGameState(program);
-
-    selectEffect("broken");
-    for (int frame = 0; frame < 2; ++frame) {
-        GlObjectCounter objects;
-        const GlState before = snapshot();
-        EXPECT_NO_THROW(styles::renderGuarded(manager));
-        EXPECT_EQ(differences(before, snapshot()), "");
-        // The first frame tries (and builds the divider); later ones do not.
-        if (frame == 1) {
-            EXPECT_EQ(GlObjectCounter::count, 0);
-        }
-    }
-    glDisable(GL_SCISSOR_TEST);
-    EXPECT_EQ(countWrongPixels(
-                  readPixels(WIDTH, HEIGHT), [](int) { return false; }, 0),
-              0);
-
-    selectEffect("test_invert");
-    styles::renderGuarded(manager);
-    EXPECT_EQ(countWrongPixels(readPixels(WIDTH, HEIGHT), [](int) { return true; }), 0);
-
-    selectEffect("broken");
-    EXPECT_NO_THROW(styles::renderGuarded(manager));
-    EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
-    selectEffect("");
-}
-
-// What the layer cannot draw with, a binary in a format the driver does not
-// know or a framebuffer whose colour no texture can take (here: none at all),
-// leaves the frame and the state as the game had them, with no error to read.
-TEST(CannotDraw, LeavesTheFrameTheStateAndNoError) {
+// What the layer cannot draw with: a shader that does not compile, a binary in
+// a format the driver does not know, a framebuffer whose colour no texture can
+// take (here: none at all). The game goes on with its frame and its state and
+// no error to read; the next frame does not try again, a change of effect does.
+TEST(CannotDraw, LeavesTheFrameTheStateAndNoErrorAndIsRetriedAfterAChangeOfEffect) {
     class BinaryStyle : public TestStyle {
       public:
         using TestStyle::TestStyle;
         bool hasBinaryShader() const override { return true; }
         std::vector<uint8_t> getShaderBinary() override { return {0x34, 0x12, 0, 0, 9, 9, 9, 9}; }
     };
-    for (bool binary : {true, false}) {
-        SCOPED_TRACE(binary ? "refused binary" : "no colour attachment");
+    enum Case { BROKEN_SHADER, REFUSED_BINARY, NO_COLOUR_ATTACHMENT };
+    for (Case c : {BROKEN_SHADER, REFUSED_BINARY, NO_COLOUR_ATTACHMENT}) {
+        SCOPED_TRACE(c);
         GlContext context(WIDTH, HEIGHT);
         drawPicture(WIDTH, HEIGHT);
-        if (!binary) {
+        styles::StyleManager manager;
+        std::unique_ptr<TestStyle> style =
+            c == REFUSED_BINARY ? std::make_unique<BinaryStyle>(&manager, "cannot", 1.0f)
+                                : std::make_unique<TestStyle>(&manager, "cannot", 1.0f, false);
+        if (c == BROKEN_SHADER) style->fragmentOverride = "#version 300 es\nthis is not a shader\n";
+        TestStyle good(&manager, "test_invert", 1.0f, false);
+        manager.addStyle(style.get());
+        manager.addStyle(&good);
+        GLuint program = 0;
+        setGameState(program);
+        if (c == NO_COLOUR_ATTACHMENT) {
             GLuint framebuffer = 0, depth = 0;
             glGenRenderbuffers(1, &depth);
             glBindRenderbuffer(GL_RENDERBUFFER, depth);
@@ -299,20 +243,29 @@ TEST(CannotDraw, LeavesTheFrameTheStateAndNoError) {
             glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
             glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, depth);
         }
-        styles::StyleManager manager;
-        std::unique_ptr<TestStyle> style =
-            binary ? std::make_unique<BinaryStyle>(&manager, "cannot", 1.0f)
-                   : std::make_unique<TestStyle>(&manager, "cannot", 1.0f, false);
-        manager.addStyle(style.get());
+
         selectEffect("cannot");
-        const GlState before = snapshot();
-        styles::renderGuarded(manager);
-        EXPECT_EQ(differences(before, snapshot()), "");
-        selectEffect("");
+        for (int frame = 0; frame < 2; ++frame) {
+            GlObjectCounter objects;
+            const GlState before = snapshot();
+            EXPECT_NO_THROW(styles::renderGuarded(manager));
+            EXPECT_EQ(differences(before, snapshot()), "");
+            // The first frame tries (and builds the divider); later ones do not.
+            if (frame == 1) {
+                EXPECT_EQ(creations, 0);
+            }
+        }
         glBindFramebuffer(GL_FRAMEBUFFER, 0);
-        EXPECT_EQ(countWrongPixels(
-                      readPixels(WIDTH, HEIGHT), [](int) { return false; }, 0),
-                  0);
+        glDisable(GL_SCISSOR_TEST);
+        EXPECT_EQ(countWrongPixels(readPixels(WIDTH, HEIGHT), everywhere(AS_DRAWN)), 0);
+
+        selectEffect("test_invert");
+        styles::renderGuarded(manager);
+        EXPECT_EQ(countWrongPixels(readPixels(WIDTH, HEIGHT), everywhere(INVERTED)), 0);
+        selectEffect("cannot");
+        EXPECT_NO_THROW(styles::renderGuarded(manager));
+        EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
+        selectEffect("");
     }
 }
 
@@ -331,7 +284,7 @@ TEST(ExportedSurface, ALibraryBuiltOnThePublicHeaderRegistersAStyleThatIsDrawn) 
     selectEffect("library_invert");
     styles::renderGuarded(manager);
     selectEffect("");
-    EXPECT_EQ(countWrongPixels(readPixels(WIDTH, HEIGHT), [](int) { return true; }), 0);
+    EXPECT_EQ(countWrongPixels(readPixels(WIDTH, HEIGHT), everywhere(INVERTED)), 0);
 }
 
 }  // namespace

@@ -160,36 +160,33 @@ std::string wrap(const std::string& json) {
     return text;
 }
 
-TEST_F(StylesOnFake, PixelizeTakesItsUniformsFromTheFilterConfigurationSkippingMissingOnes) {
-    g_sysroot->write(FILTER_CONFIG,
-                     wrap(R"({"version":"1.0.0","config":"filters","pixelizeConfig":{"parameters":[
-                         {"varName":"cells","type":"uniform1f","value":8.5},
-                         {"varName":"gone","type":"uniform1f","value":1},
-                         {"varName":"mode","type":"int","value":2}]}})"));
-    start("");
-    styles::StyleManager manager;
-    TestStyle style(&manager, "pixelize", 1.0f);
-    manager.addStyle(&style);
-    select("pixelize");
-    manager.render();
-    const auto set = fake::callsOf("glProgramUniform1f");
-    ASSERT_EQ(set.size(), 1u);
-    EXPECT_EQ(set[0].args[1].bits, 5u);
-    EXPECT_DOUBLE_EQ(set[0].args[2].real, 8.5);
-    g_sysroot->write(FILTER_CONFIG, "");
-}
-
-TEST_F(StylesOnFake, AFilterConfigurationOfTheWrongShapeLeavesTheDefaults) {
-    g_sysroot->write(FILTER_CONFIG,
-                     wrap(R"({"version":"1.0.0","pixelizeConfig":{"parameters":7}})"));
-    start("");
-    styles::StyleManager manager;
-    TestStyle style(&manager, "pixelize", 1.0f);
-    manager.addStyle(&style);
-    select("pixelize");
-    EXPECT_NO_THROW(styles::renderGuarded(manager));
-    EXPECT_TRUE(fake::callsOf("glProgramUniform1f").empty());
-    EXPECT_EQ(fake::callsOf("glDrawElements").size(), 1u);
+// Pixelize takes its uniforms from the filter configuration, skipping those
+// its program lacks; a section of the wrong shape leaves the defaults.
+TEST_F(StylesOnFake, PixelizeTakesItsUniformsFromTheFilterConfiguration) {
+    const std::pair<std::string, size_t> configs[] = {
+        {R"({"version":"1.0.0","config":"filters","pixelizeConfig":{"parameters":[
+             {"varName":"cells","type":"uniform1f","value":8.5},
+             {"varName":"gone","type":"uniform1f","value":1},
+             {"varName":"mode","type":"int","value":2}]}})",
+         1},
+        {R"({"version":"1.0.0","pixelizeConfig":{"parameters":7}})", 0},
+    };
+    for (const auto& [json, uniforms] : configs) {
+        g_sysroot->write(FILTER_CONFIG, wrap(json));
+        start("");
+        styles::StyleManager manager;
+        TestStyle style(&manager, "pixelize", 1.0f);
+        manager.addStyle(&style);
+        select("pixelize");
+        EXPECT_NO_THROW(styles::renderGuarded(manager));
+        const auto set = fake::callsOf("glProgramUniform1f");
+        ASSERT_EQ(set.size(), uniforms) << json;
+        if (uniforms) {
+            EXPECT_EQ(set[0].args[1].bits, 5u);
+            EXPECT_DOUBLE_EQ(set[0].args[2].real, 8.5);
+        }
+        EXPECT_EQ(fake::callsOf("glDrawElements").size(), 1u);
+    }
     g_sysroot->write(FILTER_CONFIG, "");
 }
 

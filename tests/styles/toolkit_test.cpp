@@ -49,61 +49,51 @@ class Toolkit : public testing::Test {
     }
 };
 
-TEST_F(Toolkit, StencilAndEnableEntriesSitUnalignedAndComeBackInStoreOrder) {
-    StateStore store;
-    store.storeStencilFunc();
-    store.storeStencilMask();
-    store.storeStencilOp();
-    store.storeEnabled(GL_BLEND);
-    EXPECT_EQ(store.getWriter().getSize(), 25u + 9u + 25u + 6u);
-    EXPECT_EQ(store.getCount(), 4u);
-
-    // The back depth-fail slot is read with the depth-pass query.
-    std::vector<uint64_t> queries;
-    for (const fake::Call& call : fake::callsOf("glGetIntegerv"))
-        queries.push_back(call.args[0].bits);
-    EXPECT_EQ(queries,
-              (std::vector<uint64_t>{
-                  GL_STENCIL_FUNC, GL_STENCIL_REF, GL_STENCIL_VALUE_MASK, GL_STENCIL_BACK_FUNC,
-                  GL_STENCIL_BACK_REF, GL_STENCIL_BACK_VALUE_MASK, GL_STENCIL_WRITEMASK,
-                  GL_STENCIL_BACK_WRITEMASK, GL_STENCIL_FAIL, GL_STENCIL_PASS_DEPTH_FAIL,
-                  GL_STENCIL_PASS_DEPTH_PASS, GL_STENCIL_BACK_FAIL, GL_STENCIL_BACK_PASS_DEPTH_PASS,
-                  GL_STENCIL_BACK_PASS_DEPTH_PASS}));
-
-    fake::clearCalls();
-    store.restore();
-    EXPECT_EQ(callNames(),
-              (std::vector<std::string>{"glStencilFuncSeparate", "glStencilFuncSeparate",
-                                        "glStencilMaskSeparate", "glStencilMaskSeparate",
-                                        "glStencilOpSeparate", "glStencilOpSeparate", "glEnable"}));
-    const auto backOp = fake::callsOf("glStencilOpSeparate")[1];
-    EXPECT_EQ(backOp.args[0].bits, static_cast<uint64_t>(GL_BACK));
-    EXPECT_EQ(backOp.args[2].bits, GL_STENCIL_BACK_PASS_DEPTH_PASS + 1u);
-    EXPECT_EQ(backOp.args[3].bits, GL_STENCIL_BACK_PASS_DEPTH_PASS + 1u);
-    EXPECT_EQ(fake::callsOf("glStencilFuncSeparate")[1].args[2].bits, GL_STENCIL_BACK_REF + 1u);
-    EXPECT_EQ(fake::callsOf("glEnable")[0].args[0].bits, static_cast<uint64_t>(GL_BLEND));
-
-    // A restore keeps the stream: it can run again. After clear it is gone.
-    fake::clearCalls();
-    store.restore();
-    EXPECT_EQ(fake::calls().size(), 7u);
-    store.clear();
-    fake::clearCalls();
-    store.restore();
-    EXPECT_TRUE(fake::calls().empty());
-}
-
-TEST_F(Toolkit, VertexArrayStoredFirstComesBackBeforeItsElementBuffer) {
+// Entries of every size, unaligned in the stream, come back in store order,
+// the vertex array before its element buffer; a restore keeps the stream (and
+// one runs on the way out), a cleared store restores nothing.
+TEST_F(Toolkit, EntriesComeBackInStoreOrderAgainAndOnTheWayOut) {
+    const std::vector<std::string> restored = {"glStencilFuncSeparate",
+                                               "glStencilFuncSeparate",
+                                               "glStencilMaskSeparate",
+                                               "glStencilMaskSeparate",
+                                               "glStencilOpSeparate",
+                                               "glStencilOpSeparate",
+                                               "glEnable",
+                                               "glBindVertexArray",
+                                               "glBindBuffer",
+                                               "glDisable"};
     {
-        StateStore store(64, true);  // restores on the way out
+        StateStore store(64, true);
+        store.storeStencilFunc();
+        store.storeStencilMask();
+        store.storeStencilOp();
+        store.storeEnabled(GL_BLEND);
         store.storeVertexArrayBinding();
         store.storeElementArrayBufferBinding();
         fake::setReturn("glIsEnabled", GL_FALSE);
         store.storeEnabled(GL_DEPTH_TEST);
+
+        fake::clearCalls();
+        store.restore();
+        EXPECT_EQ(callNames(), restored);
+        // Each query answers its enum plus 1: the back depth-fail slot is read
+        // with the depth-pass query.
+        const auto backOp = fake::callsOf("glStencilOpSeparate")[1];
+        EXPECT_EQ(backOp.args[0].bits, static_cast<uint64_t>(GL_BACK));
+        EXPECT_EQ(backOp.args[2].bits, GL_STENCIL_BACK_PASS_DEPTH_PASS + 1u);
+        EXPECT_EQ(backOp.args[3].bits, GL_STENCIL_BACK_PASS_DEPTH_PASS + 1u);
+        EXPECT_EQ(fake::callsOf("glStencilFuncSeparate")[1].args[2].bits, GL_STENCIL_BACK_REF + 1u);
+        EXPECT_EQ(fake::callsOf("glEnable")[0].args[0].bits, static_cast<uint64_t>(GL_BLEND));
         fake::clearCalls();
     }
-    EXPECT_EQ(callNames(),
-              (std::vector<std::string>{"glBindVertexArray", "glBindBuffer", "glDisable"}));
+    EXPECT_EQ(callNames(), restored);
+    StateStore cleared;
+    cleared.storeStencilOp();
+    cleared.clear();
+    fake::clearCalls();
+    cleared.restore();
+    EXPECT_TRUE(fake::calls().empty());
 }
 
 TEST_F(Toolkit, ACompileFailureThrowsTheLogAndTheNumberedSource) {
