@@ -39,7 +39,7 @@ struct Case {
     const char* name;
     std::size_t pointer;  // the argument that carries the game's data
     MemCategory exhausted;
-    std::function<void(const unsigned char*)> call;
+    std::function<void(unsigned char*)> call;
     // A query the shadow answers, and what the call should have made it.
     GLenum query = 0;
     GLint answer = 0;
@@ -90,6 +90,9 @@ TEST_F(Bound, OutOfMemoryEachCallReachesTheDriverOnceWithTheGamesData) {
         // The link's shadow entry comes after its job.
         {"glLinkProgram", NO_POINTER, MemCategory::Executor,
          [](auto) { gl_deferred_glLinkProgram(5); }},
+        // Names the pool has no room for: made by the driver in place.
+        {"glGenBuffers", 1, MemCategory::Executor,
+         [](auto p) { gl_deferred_glGenBuffers(BYTES / 4, reinterpret_cast<GLuint*>(p)); }},
         // Bindings: the shadow must still say what the driver was given.
         {"glBindBuffer", NO_POINTER, MemCategory::Executor,
          [](auto) { gl_deferred_glBindBuffer(COPY_READ_BUFFER, 9); }, COPY_READ_BUFFER, 9},
