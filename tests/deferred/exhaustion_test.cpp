@@ -1,5 +1,6 @@
-// Out of memory, each handled call that copies data reaches the driver once,
-// with the game's own data, before its wrapper returns.
+// Out of memory, each handled call reaches the driver once: a call whose data
+// does not fit runs with the game's own pointer before its wrapper returns,
+// and the shadow still answers what the driver was given.
 #include <cstddef>
 #include <functional>
 #include <vector>
@@ -108,7 +109,7 @@ TEST_F(Bound, OutOfMemoryEachCallReachesTheDriverOnceWithTheGamesData) {
             Exhausted full(c.exhausted);
             c.call(game.data());
         }
-        // Data that did not fit: the call ran before its wrapper returned.
+        // The game's own pointer: the call ran before its wrapper returned.
         if (c.pointer != NO_POINTER) {
             EXPECT_EQ(argOf(c.name, c.pointer), Bits{bitsOf(game.data())});
         }
