@@ -219,21 +219,21 @@ void glBindVertexArrayOES(Executor* executor, GLuint array) {
 }
 
 void glDeleteVertexArrays(Executor* executor, GLsizei n, const GLuint* arrays) {
+    const void* copy = core::copyArray(*executor->frameData, arrays, n, sizeof(GLuint));
     client(executor).deleteVertexArrays(n, arrays);
-    recordCall<hijack::glDeleteVertexArrays>(
-        executor->queue, n, core::copyArray(*executor->frameData, arrays, n, sizeof(GLuint)));
+    recordCall<hijack::glDeleteVertexArrays>(executor->queue, n, static_cast<const GLuint*>(copy));
 }
 
 void glDeleteBuffers(Executor* executor, GLsizei n, const GLuint* buffers) {
+    const void* copy = core::copyArray(*executor->frameData, buffers, n, sizeof(GLuint));
     client(executor).deleteBuffers(n, buffers);
-    recordCall<hijack::glDeleteBuffers>(
-        executor->queue, n, core::copyArray(*executor->frameData, buffers, n, sizeof(GLuint)));
+    recordCall<hijack::glDeleteBuffers>(executor->queue, n, static_cast<const GLuint*>(copy));
 }
 
 void glDeleteTextures(Executor* executor, GLsizei n, const GLuint* textures) {
+    const void* copy = core::copyArray(*executor->frameData, textures, n, sizeof(GLuint));
     client(executor).deleteTextures(n, textures);
-    recordCall<hijack::glDeleteTextures>(
-        executor->queue, n, core::copyArray(*executor->frameData, textures, n, sizeof(GLuint)));
+    recordCall<hijack::glDeleteTextures>(executor->queue, n, static_cast<const GLuint*>(copy));
 }
 
 void glActiveTexture(Executor* executor, GLenum texture) {
@@ -385,10 +385,9 @@ void glDeleteProgram(Executor* executor, GLuint program) {
 
 void glProgramBinary(Executor* executor, GLuint program, GLenum binaryFormat, const void* binary,
                      GLsizei length) {
+    const void* copy = core::copySized(*executor->frameData, binary, length);
     client(executor).forgetProgram(program);
-    recordCall<hijack::glProgramBinary>(executor->queue, program, binaryFormat,
-                                        core::copySized(*executor->frameData, binary, length),
-                                        length);
+    recordCall<hijack::glProgramBinary>(executor->queue, program, binaryFormat, copy, length);
 }
 
 // Runs at once, as before; only the shadow hears of it.
@@ -409,16 +408,15 @@ void glBindRenderbuffer(Executor* executor, GLenum target, GLuint renderbuffer) 
 }
 
 void glDeleteFramebuffers(Executor* executor, GLsizei n, const GLuint* framebuffers) {
+    const void* copy = core::copyArray(*executor->frameData, framebuffers, n, sizeof(GLuint));
     client(executor).deleteFramebuffers(n, framebuffers);
-    recordCall<hijack::glDeleteFramebuffers>(
-        executor->queue, n, core::copyArray(*executor->frameData, framebuffers, n, sizeof(GLuint)));
+    recordCall<hijack::glDeleteFramebuffers>(executor->queue, n, static_cast<const GLuint*>(copy));
 }
 
 void glDeleteRenderbuffers(Executor* executor, GLsizei n, const GLuint* renderbuffers) {
+    const void* copy = core::copyArray(*executor->frameData, renderbuffers, n, sizeof(GLuint));
     client(executor).deleteRenderbuffers(n, renderbuffers);
-    recordCall<hijack::glDeleteRenderbuffers>(
-        executor->queue, n,
-        core::copyArray(*executor->frameData, renderbuffers, n, sizeof(GLuint)));
+    recordCall<hijack::glDeleteRenderbuffers>(executor->queue, n, static_cast<const GLuint*>(copy));
 }
 
 void glBeginTransformFeedback(Executor* executor, GLenum primitiveMode) {
@@ -433,16 +431,16 @@ void glEndTransformFeedback(Executor* executor) {
 
 void glBufferData(Executor* executor, GLenum target, GLsizeiptr size, const void* data,
                   GLenum usage) {
+    const void* copy = core::copySized(*executor->frameData, data, size);
     client(executor).bufferData(target, size, usage);
-    recordCall<hijack::glBufferData>(executor->queue, target, size,
-                                     core::copySized(*executor->frameData, data, size), usage);
+    recordCall<hijack::glBufferData>(executor->queue, target, size, copy, usage);
 }
 
 void glBufferStorageEXT(Executor* executor, GLenum target, GLsizeiptr size, const void* data,
                         GLbitfield flags) {
+    const void* copy = core::copySized(*executor->frameData, data, size);
     client(executor).bufferStorage(target);
-    recordCall<hijack::glBufferStorageEXT>(
-        executor->queue, target, size, core::copySized(*executor->frameData, data, size), flags);
+    recordCall<hijack::glBufferStorageEXT>(executor->queue, target, size, copy, flags);
 }
 
 void* glMapBufferOES(Executor* executor, GLenum target, GLenum access) {

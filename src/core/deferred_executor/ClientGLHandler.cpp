@@ -3,6 +3,7 @@
 #include <cstring>
 #include <iterator>
 #include <limits>
+#include <new>
 
 #include "core/deferred_executor/CopyParams.h"
 #include "core/render-context.h"
@@ -259,7 +260,13 @@ void unmapJob(void* args) {
 
 ClientGLHandler::ClientGLHandler(core::DeferredExecutor* executor)
     : executor(executor), capabilitiesOn(DITHER_BIT), capabilitiesKnown(ALL_CAPABILITIES) {
-    attribs.reserve(16);
+    // Whole, so that attrib() never allocates: a shadow that missed an
+    // attribute would take a client array for a buffer's.
+    attribs.reserve(MAX_SHADOWED_ATTRIBS);
+    // Likewise for the binding points in use on any device, so that a bind
+    // never fails after the shadow has missed it.
+    bufferBindings.reserve(BOUND_TARGETS);
+    texture2DBindings.reserve(BOUND_TEXTURE_UNITS);
 }
 
 // A write map that was never unmapped keeps its block: its pool goes with the
@@ -272,9 +279,11 @@ GLuint& ClientGLHandler::binding(GLenum target) {
     return bufferBindings[target];
 }
 
+// The binding first: out of memory the entry is missing, but the shadow
+// still binds what the driver will.
 void ClientGLHandler::bindVertexArray(GLuint array) {
-    if (array != 0) vertexArrayElementBuffers[array];
     boundVertexArray = array;
+    if (array != 0) vertexArrayElementBuffers[array];
 }
 
 void ClientGLHandler::deleteVertexArrays(GLsizei n, const GLuint* arrays) {
@@ -505,11 +514,17 @@ void ClientGLHandler::useProgram(GLuint program) {
         currentProgram.forget();
 }
 
+// Runs after the link's job: it must not throw, or the call would run again.
+// Out of memory the program stays unknown, and glUseProgram of it asks the driver.
 void ClientGLHandler::programLinked(GLuint program, bool linked) {
-    if (linked)
-        linkedPrograms[program] = true;
-    else
-        linkedPrograms.erase(program);
+    if (linked) {
+        try {
+            linkedPrograms[program] = true;
+            return;
+        } catch (const std::bad_alloc&) {
+        }
+    }
+    linkedPrograms.erase(program);
 }
 
 void ClientGLHandler::bindFramebuffer(GLenum target, GLuint framebuffer) {
@@ -877,6 +892,9 @@ bool ClientGLHandler::isMappedForWrite(GLenum target) {
 }
 
 void ClientGLHandler::drawBuffers(GLsizei n, const GLenum* bufs) {
+    // The copy comes first: once the probe below has run, nothing may throw.
+    auto* copy =
+        static_cast<const GLenum*>(core::copyArray(*executor->frameData, bufs, n, sizeof(GLenum)));
     if (maxDrawBuffers == 0) {
         // The limit is learnt with the first call itself, which the driver so
         // sees twice, to the same effect.
@@ -885,9 +903,7 @@ void ClientGLHandler::drawBuffers(GLsizei n, const GLenum* bufs) {
         executor->queue.flushAndWait(gles::id::glDrawBuffers);
     }
     // Refused arguments still reach the driver, which reports them.
-    core::recordCall<hijack::glDrawBuffers>(
-        executor->queue, n,
-        static_cast<const GLenum*>(core::copyArray(*executor->frameData, bufs, n, sizeof(GLenum))));
+    core::recordCall<hijack::glDrawBuffers>(executor->queue, n, copy);
 }
 
 }  // namespace velour

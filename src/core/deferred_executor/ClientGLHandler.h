@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <new>
 #include <type_traits>
 #include <unordered_map>
 #include <utility>
@@ -120,16 +121,32 @@ class RecyclingMap {
         return map.insert(std::move(node)).position->second;
     }
 
+    // Room for count keys: until more than that are held, an insert takes no
+    // memory.
+    void reserve(std::size_t count) {
+        map.reserve(count);
+        spare.reserve(count);
+        Map maker;
+        while (spare.size() < count) {
+            maker.emplace(K{}, V{});
+            spare.push_back(maker.extract(maker.begin()));
+        }
+    }
+
     V* find(const K& key) {
         auto it = map.find(key);
         return it == map.end() ? nullptr : &it->second;
     }
     bool contains(const K& key) const { return map.find(key) != map.end(); }
 
+    // Never throws: a node that finds no room among the spares is freed.
     bool erase(const K& key) {
         Node node = map.extract(key);
         if (node.empty()) return false;
-        spare.push_back(std::move(node));
+        try {
+            spare.push_back(std::move(node));
+        } catch (const std::bad_alloc&) {
+        }
         return true;
     }
 
@@ -161,6 +178,10 @@ class ClientGLHandler {
     // Indices beyond this are passed to the driver unshadowed: a game's -1
     // from glGetAttribLocation must not grow the vector to 4 GiB.
     static constexpr GLuint MAX_SHADOWED_ATTRIBS = 256;
+    // Buffer targets of GLES 3.2 and its extensions, and texture units a
+    // game binds 2D textures to, held without allocating.
+    static constexpr std::size_t BOUND_TARGETS = 16;
+    static constexpr std::size_t BOUND_TEXTURE_UNITS = 32;
 
     struct VertexAttribPointer {
         bool enabled = false;

@@ -1,3 +1,5 @@
+#include <new>
+
 #include "core/deferred_executor/DeferredExecutor.h"
 #include "core/deferred_executor/Handlers.h"
 #include "velour/entry_points.h"
@@ -17,7 +19,13 @@ void refill(void* args) {
     auto* a = static_cast<RefillArgs*>(args);
     std::lock_guard<std::mutex> lock(a->pool->mutex);
     std::size_t size = a->pool->names.size();
-    a->pool->names.resize(size + a->count);
+    // A job must not throw: out of memory the pool stays short, and the taker
+    // that waited for it finds out.
+    try {
+        a->pool->names.resize(size + a->count);
+    } catch (const std::bad_alloc&) {
+        return;
+    }
     a->pool->generate(a->count, a->pool->names.data() + size);
 }
 
@@ -60,6 +68,8 @@ void GLNamesHandler::generate(NamePool& pool, int n, unsigned* names, std::uint3
         executor->queue.record(&refill, RefillArgs{&pool, REFILL});
     }
     std::lock_guard<std::mutex> lock(pool.mutex);
+    // The refill found no memory: the wrapper has the driver make these names.
+    if (pool.names.size() < static_cast<std::size_t>(n)) throw std::bad_alloc();
     for (int i = 0; i < n; ++i) {
         names[i] = pool.names.back();
         pool.names.pop_back();

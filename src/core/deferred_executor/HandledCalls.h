@@ -7,6 +7,12 @@
 
 // The calls whose wrappers hand over to a handler once the common frame has
 // found an executor: name pools and fences.
+//
+// Out of memory (std::bad_alloc) the wrapper runs the call once more, with the
+// game's own pointers. So a handler takes what it needs (frame data copies,
+// shadow entries) before any job of the call can reach the driver, and throws
+// nothing after; a shadow change made before a throw must be what that run
+// makes of the driver's state.
 namespace velour::handled {
 
 void glGenBuffers(core::Executor* executor, GLsizei n, GLuint* buffers);

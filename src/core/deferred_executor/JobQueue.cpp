@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <new>
+#include <thread>
 
 #include "core/deferred_executor/WaitClock.h"
 #include "velour/entry_points.h"
@@ -115,8 +117,19 @@ bool JobQueue::submit(bool releaseBuffer, EGLDisplay display, EGLSurface surface
     std::unique_lock<std::mutex> lock(mutex);
     std::uint32_t begin = current->submitIndex;
     std::uint32_t end = current->writeIndex.load(std::memory_order_acquire);
+    // A hand-over never throws: callers have recorded jobs already, which a
+    // retry would repeat. Out of memory, wait for the worker to free some.
+    for (;;) {
+        try {
+            workloads.push_back(Workload{current, begin, end, releaseBuffer, display, surface});
+            break;
+        } catch (const std::bad_alloc&) {
+            lock.unlock();
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            lock.lock();
+        }
+    }
     current->submitIndex = end;
-    workloads.push_back(Workload{current, begin, end, releaseBuffer, display, surface});
     workloadCount.fetch_add(1, std::memory_order_relaxed);
     // Counted here rather than per call, to keep recording short.
     statistics.jobsRecorded += end - begin;

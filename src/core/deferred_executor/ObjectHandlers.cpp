@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "core/context.h"
 #include "core/deferred_executor/CopyParams.h"
@@ -291,7 +292,12 @@ void QueryHandler::deleteQueries(GLsizei n, const GLuint* ids) {
     if (n >= 1 && ids && anySamplesPassedDisabled()) {
         for (GLsizei i = 0; i < n; ++i) {
             Set::node_type node = anySamplesQueries.extract(ids[i]);
-            if (node) spare.push_back(std::move(node));
+            if (!node) continue;
+            // Out of memory the node is freed: the deletion must go on.
+            try {
+                spare.push_back(std::move(node));
+            } catch (const std::bad_alloc&) {
+            }
         }
     }
     // The game's own array, neither copied nor waited for: a change that the
