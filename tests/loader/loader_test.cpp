@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "TestSysroot.h"
@@ -195,6 +196,24 @@ TEST(VelourRun, KeepsAGivenSysroot) {
     r = device.run({}, VELOUR_PROP_PATH, {"get", "vendor.nimbo.orlo.mode"});
     EXPECT_EQ(r.out, "4\n") << r.err;
     EXPECT_EQ(readFile(device.root + "/odm/etc/tesselfx/velour.ini"), "[mine]\n");
+}
+
+// Both the platform and the device's tuning reach a game's store: two build
+// steps once wrote the store in turn and the later one dropped the tuning.
+TEST(VelourRun, GivesTheGameTheDevicesTuning) {
+    Device device;
+    std::ifstream prop(VELOUR_DEVICE_PROP);
+    std::vector<std::pair<std::string, std::string>> expected = {{"ro.boot.hardware", "mt6789"}};
+    for (std::string line; std::getline(prop, line);) {
+        size_t eq = line.find('=');
+        if (!line.empty() && line[0] != '#' && eq != std::string::npos)
+            expected.emplace_back(line.substr(0, eq), line.substr(eq + 1));
+    }
+    ASSERT_GT(expected.size(), 1u) << "no tuning in " << VELOUR_DEVICE_PROP;
+    for (const auto& [name, value] : expected) {
+        RunResult r = device.run({}, VELOUR_PROP_PATH, {"get", name});
+        EXPECT_EQ(r.out, value + "\n") << name << ": " << r.err;
+    }
 }
 
 TEST(VelourRun, RejectsBadOptions) {
