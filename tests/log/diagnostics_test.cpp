@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "core/log.h"
 #include "velour/utils/CallStack.h"
@@ -22,12 +23,18 @@ __attribute__((noinline)) void dumpFromHere(int indent, std::string& dump) {
 
 namespace {
 
-TEST(Ns2String, UnitFollowsTheSize) {
-    EXPECT_EQ(utils::ns2string(999), "  999ns");
-    EXPECT_EQ(utils::ns2string(1000), "  1.0us");
-    EXPECT_EQ(utils::ns2string(1000000), "  1.0ms");
-    EXPECT_EQ(utils::ns2string(16700000), " 16.7ms");
-    EXPECT_EQ(utils::ns2string(1000000000), "  1.0s ");
+// The unit follows the size, and a timer reports only its recent samples.
+TEST(Timing, UnitsFollowTheSizeAndTheTimerKeepsTheRecentSamples) {
+    for (const auto& [ns, text] :
+         {std::pair(999ull, "  999ns"), std::pair(1000ull, "  1.0us"),
+          std::pair(16700000ull, " 16.7ms"), std::pair(1000000000ull, "  1.0s ")})
+        EXPECT_EQ(utils::ns2string(ns), text);
+    utils::LoopTimer timer("frame");
+    EXPECT_EQ(timer.print(8), "frame    :     0ns, min =     0ns, max =     0ns, count = 0");
+    for (int i = 0; i < 100; ++i) timer.add(5);  // pushed out of the ring below
+    for (size_t i = 0; i < utils::LoopTimer::RING_SIZE; ++i) timer.add(i % 2 ? 3000000 : 1000000);
+    EXPECT_EQ(timer.print(3), "frame :   2.0ms, min =   1.0ms, max =   3.0ms, count = " +
+                                  std::to_string(utils::LoopTimer::RING_SIZE));
 }
 
 TEST(FormatString, GrowsAndKeepsOneResultPerThread) {
@@ -37,18 +44,6 @@ TEST(FormatString, GrowsAndKeepsOneResultPerThread) {
     std::thread([&other] { other = utils::formatString("%s", "other thread"); }).join();
     EXPECT_EQ(other, "other thread");
     EXPECT_EQ(std::string(mine), longText + "-7");
-}
-
-TEST(LoopTimer, ReportsOnlyTheRecentSamples) {
-    utils::LoopTimer timer("frame");
-    EXPECT_EQ(timer.print(8), "frame    :     0ns, min =     0ns, max =     0ns, count = 0");
-    for (int i = 0; i < 100; ++i) timer.add(5);  // pushed out of the ring below
-    for (size_t i = 0; i < utils::LoopTimer::RING_SIZE; ++i) timer.add(i % 2 ? 3000000 : 1000000);
-    EXPECT_EQ(timer.print(3), "frame :   2.0ms, min =   1.0ms, max =   3.0ms, count = " +
-                                  std::to_string(utils::LoopTimer::RING_SIZE));
-}
-
-TEST(ProcessName, IsTheFirstWordOfTheCommandLine) {
     EXPECT_EQ(std::filesystem::path(utils::getProcessName()).filename(), "velour_log_tests");
     EXPECT_EQ(utils::getProcessNameByPid(INT_MAX), "");
 }

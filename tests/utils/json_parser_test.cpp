@@ -99,10 +99,17 @@ JsonParser parsed(const std::string& json) {
     return parser;
 }
 
-TEST(JsonQueries, LabelsAreAnyValueAsTextHashesOnlyStringsAndWrongShapesNothing) {
+// Labels are any value as text, hashes only strings, uniforms only the
+// uniform1f parameters; a wrong shape gives nothing, or throws for uniforms.
+TEST(JsonQueries, EachQueryTakesWhatItReadsAndRefusesWrongShapes) {
     JsonParser parser = parsed(
         R"({"labelTracker":{"hud":["UI_Main",42,1.5,true],"none":"not a list"},"flat":[1],
-        "textureTracker":{"UI":[{"value":"ab12"},{"value":7},"bare",{"other":"x"},{"value":"cd34"}]}})");
+        "textureTracker":{"UI":[{"value":"ab12"},{"value":7},"bare",{"other":"x"},{"value":"cd34"}]},
+        "pixelizeConfig":{"parameters":[{"varName":"uPixelSize","type":"uniform1f","value":8},
+            {"varName":"uTint","type":"uniform3f","value":1},
+            {"varName":"uScale","type":"uniform1f","value":0.25}]},
+        "broken":{"parameters":[{"varName":"x","type":"uniform1f","value":"8"}]},
+        "bare":{"parameters":{}}})");
     EXPECT_EQ(parser.getLabel("labelTracker", "hud"), (Strings{"UI_Main", "42", "1.5", "true"}));
     EXPECT_EQ(parser.getHash("textureTracker", "UI"), (Strings{"ab12", "cd34"}));
     for (const std::string path : {"labelTracker.none", "labelTracker.missing", "missing.hud",
@@ -113,18 +120,9 @@ TEST(JsonQueries, LabelsAreAnyValueAsTextHashesOnlyStringsAndWrongShapesNothing)
             << path;
     }
     EXPECT_TRUE(parsed("[1,2]").getLabel("labelTracker", "hud").empty());
-}
-
-TEST(JsonQueries, Uniform1fDataSkipsOtherTypesAndThrowsOnWrongShape) {
-    JsonParser parser = parsed(R"({"pixelizeConfig":{"parameters":[
-        {"varName":"uPixelSize","type":"uniform1f","value":8},
-        {"varName":"uTint","type":"uniform3f","value":1},
-        {"varName":"uScale","type":"uniform1f","value":0.25}]},
-        "broken":{"parameters":[{"varName":"x","type":"uniform1f","value":"8"}]},
-        "flat":{"parameters":{}}})");
     const std::map<std::string, float> expected = {{"uPixelSize", 8.0f}, {"uScale", 0.25f}};
     EXPECT_EQ(parser.getUniform1fData("pixelizeConfig"), expected);
-    for (const char* section : {"broken", "flat", "missing"})
+    for (const char* section : {"broken", "bare", "missing"})
         EXPECT_THROW(parser.getUniform1fData(section), std::runtime_error) << section;
 }
 
