@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <fstream>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -10,24 +7,26 @@
 #include <utility>
 #include <vector>
 
+#include "TestSysroot.h"
 #include "velour/utils/JsonParserBase.h"
 #include "velour/utils/base64.h"
 
+namespace velour::test {
+extern TestSysroot* g_sysroot;
+}
+
 namespace {
 
+using velour::test::g_sysroot;
 using velour::utils::JsonParser;
 using velour::utils::wrapDat;
 using Strings = std::vector<std::string>;
 
-// A shipped data file, wrapped, removed at the end.
-struct DataFile {
-    explicit DataFile(const std::string& json) {
-        close(mkstemp(path.data()));
-        std::ofstream(path) << wrapDat(json);
-    }
-    ~DataFile() { std::remove(path.c_str()); }
-    std::string path = "/tmp/velour-json-XXXXXX";
-};
+// The path of a shipped data file holding text.
+std::string shippedFile(const std::string& text) {
+    g_sysroot->write("/shipped.dat", text);
+    return g_sysroot->root() + "/shipped.dat";
+}
 
 std::string versioned(const std::string& version, const std::string& marker) {
     // Long enough that its wrapped form passes the update size floor.
@@ -50,10 +49,7 @@ TEST(JsonEdition, UpdateWinsOnlyWhenValidAndNewer) {
     const std::string hundred = wrapDat(json);
     ASSERT_EQ(hundred.size(), 100u);
     json.erase(json.size() - 3, 1);
-    std::string ninetyNine = wrapDat(json);
-    ASSERT_EQ(ninetyNine[0], '=');
-    ninetyNine.erase(0, 1);
-    ASSERT_EQ(ninetyNine.size(), 99u);
+    const std::string ninetyNine = wrapDat(json).substr(1);  // without its leading "="
     ASSERT_NO_THROW(velour::utils::unwrapDat(ninetyNine));
 
     std::string truncated = versioned("2.0.0", "update");
@@ -74,35 +70,27 @@ TEST(JsonEdition, UpdateWinsOnlyWhenValidAndNewer) {
         {"1.0.0", wrapDat("{\"version\":\"2.0\",\"marker\":\"update\"" + pad), "shipped"},
     };
     for (const auto& [shipped, update, kept] : cases) {
-        DataFile file(versioned(shipped, "shipped"));
-        EXPECT_EQ(markerOf(JsonParser("", file.path, update)), kept) << update;
+        const std::string path = shippedFile(wrapDat(versioned(shipped, "shipped")));
+        EXPECT_EQ(markerOf(JsonParser("", path, update)), kept) << update;
+    }
+
+    // Without a readable shipped file (none, a folder in its place, or one not
+    // wrapped) the root stays null, whatever the update.
+    for (const std::string& path : {g_sysroot->root() + "/none.dat", g_sysroot->root() + "/odm",
+                                    shippedFile(versioned("1.0.0", "plain"))}) {
+        JsonParser parser("", path, wrapDat(versioned("2.0.0", "update")));
+        EXPECT_TRUE(parser.getRoot().is<picojson::null>() && !parser.validateJson()) << path;
     }
 }
 
-TEST(JsonEdition, WithoutAReadableShippedFileTheRootStaysNull) {
-    // No shipped file means no update either.
-    JsonParser none("", "/tmp/velour-no-such-folder/none.dat",
-                    wrapDat(versioned("2.0.0", "update")));
-    EXPECT_TRUE(none.getRoot().is<picojson::null>());
-    EXPECT_FALSE(none.validateJson());
-
-    DataFile plain("");
-    std::ofstream(plain.path) << versioned("1.0.0", "plain");  // not wrapped
-    EXPECT_TRUE(JsonParser("", plain.path, "").getRoot().is<picojson::null>());
-
-    // A number out of range is refused, in either mode, and keeps the document.
-    JsonParser huge;
-    EXPECT_FALSE(huge.initialize("{\"value\":1e999}", true));
-    EXPECT_TRUE(huge.getRoot().is<picojson::null>());
-    EXPECT_TRUE(huge.initialize(versioned("1.0.0", "plain"), true));
-    EXPECT_FALSE(huge.initialize("{\"version\":\"2.0.0\",\"value\":-1e999}", false));
-    EXPECT_EQ(markerOf(huge), "plain");
-
-    // A folder where the file should be opens, then fails to read.
-    char folder[] = "/tmp/velour-json-folder-XXXXXX";
-    ASSERT_NE(mkdtemp(folder), nullptr);
-    EXPECT_TRUE(JsonParser("", folder, "").getRoot().is<picojson::null>());
-    rmdir(folder);
+// A number out of range is refused, in either mode, and keeps the document.
+TEST(JsonEdition, ANumberOutOfRangeKeepsThePreviousDocument) {
+    JsonParser parser;
+    EXPECT_FALSE(parser.initialize("{\"value\":1e999}", true));
+    EXPECT_TRUE(parser.getRoot().is<picojson::null>());
+    EXPECT_TRUE(parser.initialize(versioned("1.0.0", "plain"), true));
+    EXPECT_FALSE(parser.initialize("{\"version\":\"2.0.0\",\"value\":-1e999}", false));
+    EXPECT_EQ(markerOf(parser), "plain");
 }
 
 JsonParser parsed(const std::string& json) {
@@ -111,10 +99,17 @@ JsonParser parsed(const std::string& json) {
     return parser;
 }
 
-TEST(JsonQueries, LabelsAreAnyValueAsTextHashesOnlyStringsAndWrongShapesNothing) {
+// Labels are any value as text, hashes only strings, uniforms only the
+// uniform1f parameters; a wrong shape gives nothing, or throws for uniforms.
+TEST(JsonQueries, EachQueryTakesWhatItReadsAndRefusesWrongShapes) {
     JsonParser parser = parsed(
         R"({"labelTracker":{"hud":["UI_Main",42,1.5,true],"none":"not a list"},"flat":[1],
-        "textureTracker":{"UI":[{"value":"ab12"},{"value":7},"bare",{"other":"x"},{"value":"cd34"}]}})");
+        "textureTracker":{"UI":[{"value":"ab12"},{"value":7},"bare",{"other":"x"},{"value":"cd34"}]},
+        "pixelizeConfig":{"parameters":[{"varName":"uPixelSize","type":"uniform1f","value":8},
+            {"varName":"uTint","type":"uniform3f","value":1},
+            {"varName":"uScale","type":"uniform1f","value":0.25}]},
+        "broken":{"parameters":[{"varName":"x","type":"uniform1f","value":"8"}]},
+        "bare":{"parameters":{}}})");
     EXPECT_EQ(parser.getLabel("labelTracker", "hud"), (Strings{"UI_Main", "42", "1.5", "true"}));
     EXPECT_EQ(parser.getHash("textureTracker", "UI"), (Strings{"ab12", "cd34"}));
     for (const std::string path : {"labelTracker.none", "labelTracker.missing", "missing.hud",
@@ -125,18 +120,9 @@ TEST(JsonQueries, LabelsAreAnyValueAsTextHashesOnlyStringsAndWrongShapesNothing)
             << path;
     }
     EXPECT_TRUE(parsed("[1,2]").getLabel("labelTracker", "hud").empty());
-}
-
-TEST(JsonQueries, Uniform1fDataSkipsOtherTypesAndThrowsOnWrongShape) {
-    JsonParser parser = parsed(R"({"pixelizeConfig":{"parameters":[
-        {"varName":"uPixelSize","type":"uniform1f","value":8},
-        {"varName":"uTint","type":"uniform3f","value":1},
-        {"varName":"uScale","type":"uniform1f","value":0.25}]},
-        "broken":{"parameters":[{"varName":"x","type":"uniform1f","value":"8"}]},
-        "flat":{"parameters":{}}})");
     const std::map<std::string, float> expected = {{"uPixelSize", 8.0f}, {"uScale", 0.25f}};
     EXPECT_EQ(parser.getUniform1fData("pixelizeConfig"), expected);
-    for (const char* section : {"broken", "flat", "missing"})
+    for (const char* section : {"broken", "bare", "missing"})
         EXPECT_THROW(parser.getUniform1fData(section), std::runtime_error) << section;
 }
 
