@@ -109,17 +109,4 @@ TEST_F(Lookup, HooksOnlyDrawThunksFollowTheirSlot) {
         std::pair(size_t{1}, size_t{1}));
 }
 
-// No thread here has an executor, so the wrapper calls straight through, and
-// floats travel unchanged.
-TEST_F(Lookup, WrappersWithoutAnExecutorCallTheDriver) {
-    mode(4);
-    gl_deferred_glClear(0x4000);
-    gl_deferred_glClearColor(0.25f, 0.5f, 0.75f, 1.0f);
-    const std::vector<fake::Call> calls = fake::calls();
-    ASSERT_EQ(calls.size(), 2u);
-    EXPECT_EQ(std::tuple(std::string(calls[0].name), calls[0].args[0].bits,
-                         std::string(calls[1].name), calls[1].args[2].real),
-              std::tuple("glClear", 0x4000u, "glClearColor", 0.75));
-}
-
 }  // namespace
