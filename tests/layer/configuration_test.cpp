@@ -64,9 +64,18 @@ const char BASIC[] =
     "[com.example.game]\ngame=0\nruntime_mode=2\nenabled=1\n"
     "[com.example.game.second]\ngame=0\nruntime_mode=1\nenabled=1\n";
 
-TEST_F(Settings, LookUpFollowsTheFileAndTheModeProperty) {
-    // settings, process name, mode property, and the layer's decision
-    const std::tuple<const char*, const char*, const char*, bool, unsigned> cases[] = {
+TEST_F(Settings, LookUpFollowsTheFilesTheModePropertyAndTheService) {
+    const int NO_SERVICE = -1;
+    const std::string WRAPPED = utils::wrapDat("[wrapped]\ngame=0\nruntime_mode=4\nenabled=1\n");
+    struct Case {
+        std::string ini;
+        const char *name, *modeProperty;
+        bool enabled;  // the layer's decision
+        unsigned mode;
+        int supported = 1;  // the service's answer
+        std::string dat = "";
+    };
+    const Case cases[] = {
         // The first section whose name begins with the process name, in any case.
         {BASIC, "COM.example", "", true, 2},
         {BASIC, "com.example.game.second", "", true, 1},
@@ -83,15 +92,34 @@ TEST_F(Settings, LookUpFollowsTheFileAndTheModeProperty) {
         {BASIC, "com.example.game", "03", true, 2},
         // This host reports no MediaTek hardware, so a known game runs hooks only.
         {"[g]\ngame=2\nruntime_mode=0\nenabled=1\n", "g", "", true, 3},
+        // The service's answer: 0 runs hooks only with the game's data fetched,
+        // 2 and 4 turn the layer off; an unreachable service leaves the file to decide.
+        {BASIC, "com.example.game", "", true, 3, 0},
+        {BASIC, "com.example.game", "", false, 2, 2},
+        {BASIC, "com.example.game", "", false, 2, 4},
+        {BASIC, "com.example.game", "", true, 2, NO_SERVICE},
+        // The wrapped file wins; a broken one falls back to the plain file.
+        {BASIC, "wrapped", "", true, 4, 1, WRAPPED},
+        {BASIC, "com.example.game", "", false, 0, 1, WRAPPED},
+        {BASIC, "com.example.game", "", true, 2, 1, "this is not base64 at all!"},
     };
-    for (const auto& [ini, name, modeProperty, enabled, mode] : cases) {
-        __system_property_set("vendor.nimbo.orlo.mode", modeProperty);
-        service.registrations = 0;
-        GameConfig config = lookUp(ini, name);
-        EXPECT_STREQ(config.processName, name);
-        EXPECT_EQ(decision(config), std::pair(enabled, mode)) << name << " " << ini;
-        // Only a complete section asks the service.
-        EXPECT_EQ(service.registrations, enabled ? 1 : 0) << name << " " << ini;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.name) + " answered " + std::to_string(c.supported) + " in\n" +
+                     c.ini + c.dat);
+        __system_property_set("vendor.nimbo.orlo.mode", c.modeProperty);
+        test::g_sysroot->write(DAT, c.dat);
+        ctrl::setGameServiceForTesting(c.supported == NO_SERVICE ? nullptr : &service);
+        service = ScriptedService{};
+        service.supported = c.supported;
+        GameConfig config = lookUp(c.ini, c.name);
+        EXPECT_STREQ(config.processName, c.name);
+        EXPECT_EQ(decision(config), std::pair(c.enabled, c.mode));
+        // Only a complete section asks the service, which registers the
+        // callback whatever its answer; the game's data is fetched unless refused.
+        const bool refused = c.supported == 2 || c.supported == 4;
+        const bool asked = c.supported != NO_SERVICE && (c.enabled || refused);
+        EXPECT_EQ(std::pair(service.registrations, service.rusFetches),
+                  std::pair(int{asked}, int{asked && !refused}));
     }
     // Nothing catches this at start-up: a broken settings file ends the process
     // rather than run the layer half-configured.
@@ -107,33 +135,6 @@ TEST_F(Settings, OptionalKeysAreReadWithTheLayerOff) {
     EXPECT_EQ(
         std::tuple(config.enabled, config.disableAnySamplesPassed, config.disableEglTimeStamps),
         std::tuple(false, true, true));
-}
-
-TEST_F(Settings, ServiceAnswersDecide) {
-    service.supported = 0;
-    EXPECT_EQ(decision(lookUp(BASIC, "com.example.game")), std::pair(true, 3u));
-    EXPECT_EQ(service.rusFetches, 1);
-
-    for (int answer : {2, 4}) {
-        service.supported = answer;
-        service.registrations = 0;
-        EXPECT_FALSE(lookUp(BASIC, "com.example.game").enabled) << answer;
-        EXPECT_EQ(service.registrations, 1) << "the callback is registered all the same";
-    }
-    EXPECT_EQ(service.rusFetches, 1);
-
-    // An unreachable service leaves the file to decide.
-    ctrl::setGameServiceForTesting(nullptr);
-    EXPECT_EQ(decision(lookUp(BASIC, "com.example.game")), std::pair(true, 2u));
-}
-
-TEST_F(Settings, WrappedFileWinsAndABrokenOneFallsBackToThePlainFile) {
-    test::g_sysroot->write(DAT, utils::wrapDat("[wrapped]\ngame=0\nruntime_mode=4\nenabled=1\n"));
-    EXPECT_EQ(decision(lookUp(BASIC, "wrapped")), std::pair(true, 4u));
-    EXPECT_FALSE(lookUp(BASIC, "com.example.game").enabled);
-
-    test::g_sysroot->write(DAT, "this is not base64 at all!");
-    EXPECT_TRUE(lookUp(BASIC, "com.example.game").enabled);
 }
 
 TEST_F(Settings, EffectPropertiesRoundTripThroughThePoll) {

@@ -3,17 +3,19 @@
 // frame of play on; menus and every run without hooks look as they do
 // directly. The style is color_invert, whose CPU reference is 255 - value.
 #include <gtest/gtest.h>
-#include <png.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
 
+#include "Png.h"
 #include "TestSysroot.h"
 
 namespace fs = std::filesystem;
 using velour::test::has;
+using velour::test::Image;
+using velour::test::readPng;
 using velour::test::RunResult;
 
 namespace {
@@ -22,29 +24,6 @@ namespace {
 const char SCRIPT[] = "lobby:3,play:5,lobby:3";
 constexpr int FRAMES = 11;
 constexpr int FIRST_PLAY = 4, LAST_PLAY = 8;
-
-struct Image {
-    int width = 0, height = 0;
-    std::vector<unsigned char> rgba;
-    const unsigned char* at(std::size_t i) const { return &rgba[4 * i]; }
-};
-
-Image readPng(const std::string& path) {
-    png_image png{};
-    png.version = PNG_IMAGE_VERSION;
-    Image image;
-    if (!png_image_begin_read_from_file(&png, path.c_str())) return image;
-    png.format = PNG_FORMAT_RGBA;
-    image.rgba.resize(PNG_IMAGE_SIZE(png));
-    if (!png_image_finish_read(&png, nullptr, image.rgba.data(), 0, nullptr)) {
-        png_image_free(&png);
-        image.rgba.clear();
-        return image;
-    }
-    image.width = static_cast<int>(png.width);
-    image.height = static_cast<int>(png.height);
-    return image;
-}
 
 std::string shot(const std::string& folder, int frame) {
     char name[32];
@@ -137,49 +116,45 @@ class EffectPixels : public ::testing::Test {
 
 fs::path EffectPixels::work;
 
-struct Case {
-    const char* package;
-    const char* mode;
-};
-
 // The first lobby frame after play still counts as play until its end, so it
-// carries the style too, as the first frame of play carries none.
+// carries the style too, as the first frame of play carries none. Without the
+// effect library, or for a game the layer has no hooks for, every frame is
+// the direct one.
 TEST_F(EffectPixels, TheStyleLandsUnderTheHudDuringPlayOnly) {
-    const Case cases[] = {{"com.velour.pubg", "0"},
-                          {"com.velour.pubg", "3"},
-                          {"com.velour.pubg.international", "0"},
-                          {"com.velour.pubg.international", "3"}};
+    struct Case {
+        const char *package, *mode;
+        const char* game;  // a section added for the package, or none
+        bool library;
+        const char* logs;
+    };
+    const char* const STYLED = "Tessel initialized for EGL context";
+    const Case cases[] = {
+        {"com.velour.pubg", "0", nullptr, true, STYLED},
+        {"com.velour.pubg", "3", nullptr, true, STYLED},
+        {"com.velour.pubg.international", "0", nullptr, true, STYLED},
+        {"com.velour.pubg.international", "3", nullptr, true, STYLED},
+        {"com.velour.pubg", "0", nullptr, false, "ORLO library libtessel.so not found"},
+        {"com.velour.other", "0", "0", true, "Unsupported game. Game triggers disabled."},
+        {"com.velour.other", "0", "10", true, "Unsupported game. Game triggers disabled."},
+    };
+    int n = 0;
     for (const Case& c : cases) {
-        const std::string name = std::string(c.package) + "-" + c.mode;
-        const std::string root = (work / ("sysroot-" + name)).string();
-        const std::string folder = (work / name).string();
-        RunResult r = demo(c.package, {"--screenshots", folder}, root, c.mode);
-        ASSERT_EQ(r.status, 0) << name << ": " << r.err;
-        EXPECT_TRUE(has(log(root, c.package), "Tessel initialized for EGL context")) << name;
-        expectDirect(folder, {5, 6, 7, 8, 9});
-        expectStyleUnderHud(folder);
-    }
-}
-
-TEST_F(EffectPixels, WithoutHooksTheFramesAreDirect) {
-    // No effect library.
-    std::string root = sysroot("no-library");
-    fs::remove(root + "/odm/lib/libtessel.so");
-    RunResult r = demo("com.velour.pubg", {"--screenshots", root + "/shots"}, root);
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_TRUE(has(log(root, "com.velour.pubg"), "ORLO library libtessel.so not found"));
-    expectDirect(root + "/shots");
-
-    // Games the layer has no hooks for.
-    for (const char* game : {"0", "10"}) {
-        root = sysroot(std::string("game-") + game);
-        std::ofstream(root + "/odm/etc/tesselfx/velour.ini", std::ios::app)
-            << "\n[com.velour.other]\ngame=" << game << "\nruntime_mode=0\nenabled=1\n";
-        r = demo("com.velour.other", {"--screenshots", root + "/shots"}, root);
+        SCOPED_TRACE(std::string(c.package) + " mode " + c.mode + " game " +
+                     (c.game ? c.game : "listed") + (c.library ? "" : ", no library"));
+        const std::string root = sysroot("sysroot-" + std::to_string(++n));
+        if (!c.library) fs::remove(root + "/odm/lib/libtessel.so");
+        if (c.game)
+            std::ofstream(root + "/odm/etc/tesselfx/velour.ini", std::ios::app)
+                << "\n[" << c.package << "]\ngame=" << c.game << "\nruntime_mode=0\nenabled=1\n";
+        RunResult r = demo(c.package, {"--screenshots", root + "/shots"}, root, c.mode);
         ASSERT_EQ(r.status, 0) << r.err;
-        EXPECT_TRUE(has(log(root, "com.velour.other"), "Unsupported game. Game triggers disabled."))
-            << game;
-        expectDirect(root + "/shots");
+        EXPECT_TRUE(has(log(root, c.package), c.logs));
+        if (c.logs != STYLED) {
+            expectDirect(root + "/shots");
+            continue;
+        }
+        expectDirect(root + "/shots", {5, 6, 7, 8, 9});
+        expectStyleUnderHud(root + "/shots");
     }
 }
 
