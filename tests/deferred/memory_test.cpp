@@ -102,35 +102,27 @@ TEST(OutOfMemory, FrameDataRefusesNewBlocksAndKeepsWhatItHas) {
     EXPECT_EQ(MemTracker<MemCategory::FrameData>::memory_usage, held);
 }
 
-TEST(OutOfMemory, RawMemoryPoolsAnswerNull) {
+// Size classes of a kilobyte: 2047 and 1024 share the pool of 2048-byte
+// blocks, 1023 is of the first; a freed block serves its class again.
+TEST(OutOfMemory, RawMemoryPoolsAnswerNullAndReuseFreedBlocks) {
     RawMemoryPoolMap map;
     void* kept = map.allocate(100);
-    ASSERT_NE(kept, nullptr);
+    void* large = map.allocate(2047);
+    ASSERT_TRUE(kept && large);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(large) % 8, 0u);
     {
         NoMoreMemory<MemCategory::RawMemoryPool> full;
         EXPECT_EQ(map.allocate(5000), nullptr) << "a new size class";
         EXPECT_EQ(map.allocate(200), nullptr) << "a new chunk of a known class";
+        FixedSizeRawMemoryPool::release(static_cast<char*>(kept) + 4);  // misaligned: ignored
+        FixedSizeRawMemoryPool::release(nullptr);
+        EXPECT_EQ(map.allocate(300), nullptr);
         FixedSizeRawMemoryPool::release(kept);
-        EXPECT_EQ(map.allocate(300), kept) << "a freed block serves without new memory";
+        FixedSizeRawMemoryPool::release(large);
+        EXPECT_EQ(map.allocate(1024), large);
+        EXPECT_EQ(map.allocate(1023), kept);
     }
     EXPECT_NE(map.allocate(5000), nullptr);
-}
-
-TEST(RawMemoryPoolMap, SizeClassesOfOneKilobyte) {
-    RawMemoryPoolMap map;
-    void* a = map.allocate(2047);
-    void* b = map.allocate(1024);
-    void* c = map.allocate(1023);
-    ASSERT_TRUE(a && b && c);
-    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(a) % 8, 0u);
-    // 2047 and 1024 share the pool of 2048-byte blocks; 1023 has its own.
-    FixedSizeRawMemoryPool::release(a);
-    void* again = map.allocate(1500);
-    EXPECT_EQ(again, a);
-    FixedSizeRawMemoryPool::release(static_cast<char*>(c) + 4);  // misaligned: ignored
-    FixedSizeRawMemoryPool::release(nullptr);
-    void* d = map.allocate(10);
-    EXPECT_NE(d, c);
 }
 
 }  // namespace

@@ -227,10 +227,6 @@ TEST_F(Contract, ReplayMarkersNeedTheirExactLengthWithTheTerminator) {
 
 TEST_F(Contract, SafetyStubsAreTheFirstGamesAlone) {
     install(1);
-    std::size_t stubs = 0;
-    for (auto& entry : gles::entryPoints)
-        if (games::getGameUnsupportedFunction(entry.name)) ++stubs;
-    EXPECT_EQ(stubs, 938u);
     for (const char* name :
          {"glDrawArrays", "glBindTexture", "eglSwapBuffers", "eglMakeCurrent", "glIsEnabledX"})
         EXPECT_EQ(games::getGameUnsupportedFunction(name), nullptr) << name;

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -115,23 +116,52 @@ class Shock : public test::HookFixture {
     }
 
     // Every batch goes through the same buffer pair, rewritten for each, as
-    // the game's UI does.
-    static void drawBatch(GLuint texture, const Batch& batch) {
+    // the game's UI does, and filled the way `fill` says.
+    void drawBatch(GLuint texture, const Batch& batch) {
         const GLuint vbo = 10, ebo = 11;
+        const std::size_t at = fill == Fill::offset ? 8 : 0;
+        std::vector<std::uint8_t> vertices(at, 0xEE);
+        vertices.insert(vertices.end(), batch.vertices.begin(), batch.vertices.end());
         hijack::glBindVertexArray(1);
         hijack::glBindBuffer(GL_ARRAY_BUFFER, vbo);
-        hijack::glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(batch.vertices.size()),
-                             batch.vertices.data(), GL_STREAM_DRAW);
-        hijack::glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 40, nullptr);
+        upload(GL_ARRAY_BUFFER, vertices.data(), vertices.size());
+        hijack::glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 40,
+                                      reinterpret_cast<const void*>(at));
         hijack::glEnableVertexAttribArray(0);
         hijack::glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, ebo);
-        hijack::glBufferData(GL_ELEMENT_ARRAY_BUFFER,
-                             static_cast<GLsizeiptr>(batch.indices.size() * 2),
-                             batch.indices.data(), GL_STREAM_DRAW);
+        upload(GL_ELEMENT_ARRAY_BUFFER, batch.indices.data(), batch.indices.size() * 2);
+        // A uniform block of the draw: a buffer of its own, not the vertices'.
+        const std::uint8_t uniforms[64] = {};
+        hijack::glBufferData(GL_UNIFORM_BUFFER, 64, uniforms, GL_STREAM_DRAW);
+        uploads["glBufferData"]++;
+        if (fill == Fill::vertexArray) {  // the array brings its buffers back
+            hijack::glBindBuffer(GL_ARRAY_BUFFER, 0);
+            hijack::glBindVertexArray(0);
+            hijack::glBindVertexArray(1);
+        }
         hijack::glActiveTexture(GL_TEXTURE0);
         bindTexture(texture);
         hijack::glDrawElements(GL_TRIANGLES, static_cast<GLsizei>(batch.indices.size()),
                                GL_UNSIGNED_SHORT, nullptr);
+    }
+    void upload(GLenum target, const void* bytes, std::size_t size) {
+        const auto* data = static_cast<const std::uint8_t*>(bytes);
+        const auto length = static_cast<GLsizeiptr>(size), half = length / 2;
+        if (fill == Fill::subData) {
+            hijack::glBufferData(target, 4, nullptr, GL_STREAM_DRAW);
+            hijack::glBufferSubData(target, 0, half, data);
+            hijack::glBufferSubData(target, half, length - half, data + half);
+            uploads["glBufferData"]++;
+            uploads["glBufferSubData"] += 2;
+        } else if (fill == Fill::map) {
+            void* mapped = hijack::glMapBufferRange(target, 0, length, GL_MAP_WRITE_BIT);
+            std::memcpy(mapped, data, size);
+            unmapped = hijack::glUnmapBuffer(target);
+            uploads["glMapBufferRange"]++;
+        } else {
+            hijack::glBufferData(target, length, data, GL_STREAM_DRAW);
+            uploads["glBufferData"]++;
+        }
     }
 
     // Draws a frame of play with `shown` as its HUD, `step` after the last
@@ -185,6 +215,12 @@ class Shock : public test::HookFixture {
     }
 
     static constexpr GLuint FONT = 4242;  // never labelled
+    // How the game fills its buffers: whole, by sub-data after a null store,
+    // through a written map, with the vertices after a header and the pointer
+    // at their offset, or whole and bound again through the vertex array.
+    enum class Fill { data, subData, map, offset, vertexArray } fill = Fill::data;
+    std::map<std::string, std::size_t> uploads;  // the game's calls, by name
+    GLboolean unmapped = GL_FALSE;
     RecordingService service;
     Pubg4DShockGLHooks* hook = nullptr;
     Hud hud;
@@ -192,13 +228,6 @@ class Shock : public test::HookFixture {
     GLuint gamePlay = 0, hudAtlas = 0, buttonTexture = 0, pickupTexture = 0;
     GLuint reloadBackground = 0, reloadForeground = 0, akm = 0, m416 = 0;
 };
-
-TEST_F(Shock, EachShotIsReportedWithTheWeaponInHand) {
-    ASSERT_GT(hook->getFPS(), 15.0f);
-    EXPECT_EQ("111", shots(hud, 3));
-    EXPECT_EQ((std::vector<std::string>{"Weapon_AKM", "Weapon_AKM", "Weapon_AKM"}), service.sent);
-    EXPECT_EQ(1, hook->getButtonSeen()) << "set to 2 at the button, 1 after the frame";
-}
 
 struct GlyphChange {
     const char* what;
@@ -285,6 +314,36 @@ TEST_F(Shock, PickupsAndReloadsHoldShotsOff) {
         // out one frame at a time.
         EXPECT_EQ(std::string(holdOff - 1, '0') + "11", shots(hud, holdOff + 1)) << weapon;
     }
+}
+
+// However the game fills its buffers the HUD is read, each shot reported with
+// the weapon in hand, and every call reaches the driver: a written map at the
+// unmap, with what the game wrote.
+TEST_F(Shock, TheHudIsReadWhateverWayItsBuffersAreFilled) {
+    std::vector<std::uint8_t> driverMemory(4096);
+    fake::setReturn("glMapBufferRange", reinterpret_cast<std::uintptr_t>(driverMemory.data()));
+    fake::setReturn("glUnmapBuffer", GL_TRUE);
+    ASSERT_GT(hook->getFPS(), 15.0f);
+    for (Fill way : {Fill::data, Fill::subData, Fill::map, Fill::offset, Fill::vertexArray}) {
+        fill = way;
+        uploads.clear();
+        fake::clearCalls();
+        EXPECT_EQ("111", shots(hud, 3)) << int(way);
+        EXPECT_EQ(1, hook->getButtonSeen()) << "set to 2 at the button, 1 after the frame";
+        for (const auto& [name, count] : uploads)
+            EXPECT_EQ(count, fake::callsOf(name.c_str()).size()) << int(way) << name;
+        if (way != Fill::map) continue;
+        // The frame's last map holds the indices of its last batch.
+        const std::uint16_t indices[6] = {0, 1, 2, 0, 2, 3};
+        EXPECT_EQ(0, std::memcmp(driverMemory.data(), indices, sizeof indices));
+        EXPECT_EQ(12u, fake::callsOf("glMapBufferRange").back().args[2].bits);
+        EXPECT_EQ(GL_TRUE, unmapped);
+        fake::setReturn("glMapBufferRange", 0);  // a driver that refuses the map
+        frame(hud);
+        EXPECT_EQ(GL_FALSE, unmapped);
+        fake::setReturn("glMapBufferRange", reinterpret_cast<std::uintptr_t>(driverMemory.data()));
+    }
+    EXPECT_EQ(std::vector<std::string>(15, "Weapon_AKM"), service.sent) << "the weapon in hand";
 }
 
 TEST_F(Shock, FramesCloserThan34msAreNotRecognised) {
