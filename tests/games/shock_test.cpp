@@ -120,8 +120,8 @@ class Shock : public test::HookFixture {
     void drawBatch(GLuint texture, const Batch& batch) {
         const GLuint vbo = 10, ebo = 11;
         const std::size_t at = fill == Fill::offset ? 8 : 0;
-        std::vector<std::uint8_t> vertices(at, 0xEE);
-        vertices.insert(vertices.end(), batch.vertices.begin(), batch.vertices.end());
+        std::vector<std::uint8_t> vertices(at + batch.vertices.size(), 0xEE);
+        std::copy(batch.vertices.begin(), batch.vertices.end(), vertices.begin() + at);
         hijack::glBindVertexArray(1);
         hijack::glBindBuffer(GL_ARRAY_BUFFER, vbo);
         upload(GL_ARRAY_BUFFER, vertices.data(), vertices.size());
